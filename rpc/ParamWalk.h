@@ -1,0 +1,73 @@
+#ifndef KPL_RPC_PARAMWALK_H_
+#define KPL_RPC_PARAMWALK_H_
+
+#include <stdint.h>
+
+#include "rpc/CommandFormat.h"
+
+namespace kpl::rpc {
+
+// Steps over the parameters of a command that may be hostile. Lengths are unsigned and sums are 64
+// bits wide, so no step goes backwards or wraps; nothing at or beyond `end` is read.
+class ParamWalk {
+public:
+    // At parameter 0 of a command whose bytes before `end` may be read. `count` is the header's.
+    ParamWalk(char* command, int64_t end, int count)
+        : m_command(command), m_end(end), m_left(count) {}
+
+    // Whether there is a parameter here. Its code can be read then, and perhaps no more.
+    bool HasParam() const { return m_left > 0 && Remaining() >= kParamLengthOffset; }
+
+    int Code() const { return LoadInt(m_command + m_offset); }
+
+    // Where the value starts, and how many bytes there are from there to the end of the command,
+    // whatever the parameter's own length says. With Space() of 0 or less there is no value.
+    char* Value() const { return m_command + m_offset + kParamHeaderSize; }
+    int64_t Space() const { return Remaining() - kParamHeaderSize; }
+
+    // The value as a string; null when no terminator is in the space.
+    const char* String() const {
+        const bool ends =
+            Space() > 0 && memchr(Value(), '\0', static_cast<size_t>(Space())) != nullptr;
+        return ends ? Value() : nullptr;
+    }
+
+    // Whether code and length are there; only then the two below may be asked.
+    bool HasHeader() const { return m_left > 0 && Space() >= 0; }
+    int64_t Length() const { return LoadWord(m_command + m_offset + kParamLengthOffset); }
+
+    // Steps over a parameter with a header.
+    void Next() {
+        m_offset += kParamHeaderSize + Length();
+        --m_left;
+    }
+
+    // Steps over `index` parameters; false if there is none after them.
+    bool SkipTo(int index) {
+        if (index < 0 || index >= m_left) {
+            return false;
+        }
+        for (; index > 0; --index) {
+            if (!HasHeader()) {
+                return false;
+            }
+            Next();
+        }
+        return HasParam();
+    }
+
+    int64_t Offset() const { return m_offset; }
+    int Left() const { return m_left; }
+
+private:
+    int64_t Remaining() const { return m_end - m_offset; }
+
+    char* m_command;
+    int64_t m_end;
+    int64_t m_offset = kHeaderSize;
+    int m_left;
+};
+
+}  // namespace kpl::rpc
+
+#endif  // KPL_RPC_PARAMWALK_H_

@@ -1,0 +1,314 @@
+#include "tests/ipc/IpcTestSupport.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "kpl/ipc/PipePath.h"
+#include "tests/support/Process.h"
+
+namespace kpl::test {
+
+void IpcTest::SetUp() {
+    ipc::SetPipeRootPath(m_dir.c_str());
+    std::thread([] {}).join();  // with the first one, a sanitizer adds a thread of its own
+    m_descriptors = OpenDescriptorCount();
+    m_threads = ThreadCount();
+}
+
+void IpcTest::TearDown() {
+    EXPECT_TRUE(WaitUntil([this] { return m_dir.Entries().empty(); }))
+        << "left: " << ::testing::PrintToString(m_dir.Entries());
+    EXPECT_TRUE(WaitUntil([this] { return ThreadCount() <= m_threads; }));
+    EXPECT_TRUE(WaitUntil([this] { return OpenDescriptorCount() <= m_descriptors; }))
+        << OpenDescriptorCount() << " instead of " << m_descriptors;
+}
+
+bool IpcTest::Exists(const std::string& entry) const {
+    return access(Path(entry).c_str(), F_OK) == 0;
+}
+
+bool RunsInFreshProcess() {
+    constexpr const char* kMark = "KPL_TEST_FRESH_PROCESS";
+    if (getenv(kMark) != nullptr) {
+        return true;
+    }
+    const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
+    const std::string filter =
+        std::string("--gtest_filter=") + test->test_suite_name() + "." + test->name();
+    ChildProcess child([&] {
+        setenv(kMark, "1", 1);
+        execl("/proc/self/exe", "kpl_tests", filter.c_str(), "--gtest_brief=1", nullptr);
+        return 127;
+    });
+    EXPECT_EQ(child.Wait(), 0);
+    return false;
+}
+
+namespace {
+
+int RawOpen(const std::string& path, int flags) {
+    return open(path.c_str(), flags | O_CLOEXEC);
+}
+
+void RawMakeFifo(const std::string& path) {
+    (void)mknod(path.c_str(), S_IFIFO | 0777, 0);
+}
+
+void CloseIfOpen(int* fd) {
+    if (*fd != -1) {
+        close(*fd);
+        *fd = -1;
+    }
+}
+
+}  // namespace
+
+void RawConnection::Close() {
+    CloseIfOpen(&readFd);
+    CloseIfOpen(&writeFd);
+}
+
+RawConnection RawConnect(const std::string& dir, const std::string& name, int id, int steps) {
+    RawConnection connection;
+    const std::string client = dir + "/" + name + "Client" + std::to_string(id);
+    const std::string server = dir + "/" + name + "Server" + std::to_string(id);
+    const std::string announcement = GoodAnnouncement(static_cast<uint32_t>(id));
+    int root = steps < 1 ? -1 : RawOpen(dir + "/" + name + "Root", O_WRONLY);
+    if (root == -1 || (steps >= 2 && !WriteAll(root, announcement.data(), announcement.size()))) {
+        return connection;
+    }
+    if (steps >= 3) {
+        CloseIfOpen(&root);
+    }
+    if (steps >= 4) {
+        RawMakeFifo(client);
+        RawMakeFifo(server);
+    }
+    if (steps >= 5) {
+        connection.readFd = RawOpen(client, O_RDONLY);
+    }
+    if (steps >= 6) {
+        connection.writeFd = RawOpen(server, O_WRONLY);
+    }
+    return connection;
+}
+
+RawConnection RawAccept(int rootFd, const std::string& dir, const std::string& name, int* id,
+                        int steps) {
+    RawConnection connection;
+    uint32_t message[4] = {};
+    if (!ReadAll(rootFd, message, sizeof(message))) {
+        return connection;
+    }
+    *id = static_cast<int>(message[1]);
+    const std::string client = dir + "/" + name + "Client" + std::to_string(*id);
+    const std::string server = dir + "/" + name + "Server" + std::to_string(*id);
+    if (steps >= 2) {
+        RawMakeFifo(client);
+        RawMakeFifo(server);
+    }
+    if (steps >= 3) {
+        connection.writeFd = RawOpen(client, O_WRONLY);
+    }
+    if (steps >= 4) {
+        connection.readFd = RawOpen(server, O_RDONLY);
+    }
+    return connection;
+}
+
+bool ReadAll(int fd, void* data, size_t size) {
+    auto* at = static_cast<char*>(data);
+    while (size > 0) {
+        const ssize_t got = read(fd, at, size);
+        if (got <= 0) {
+            return false;
+        }
+        at += got;
+        size -= static_cast<size_t>(got);
+    }
+    return true;
+}
+
+bool WriteAll(int fd, const void* data, size_t size) {
+    return write(fd, data, size) == static_cast<ssize_t>(size);
+}
+
+bool WriteWord(int fd, uint32_t value) {
+    return WriteAll(fd, &value, sizeof(value));
+}
+
+std::string AnnouncementBytes(uint32_t magic, uint32_t id, uint32_t command, uint32_t length) {
+    const uint32_t words[4] = {magic, id, command, length};
+    return std::string(reinterpret_cast<const char*>(words), sizeof(words));
+}
+
+std::string GoodAnnouncement(uint32_t id) {
+    return AnnouncementBytes(0x49504320, id, 0, 0);
+}
+
+bool WriteToRoot(const std::string& rootPath, const std::string& bytes) {
+    const int root = RawOpen(rootPath, O_WRONLY);
+    const bool written = root != -1 && WriteAll(root, bytes.data(), bytes.size());
+    if (root != -1) {
+        close(root);
+    }
+    return written;
+}
+
+bool EchoWorks(ipc::IpcStreamer* streamer, const std::string& text) {
+    if (streamer->Write(text.data(), static_cast<int>(text.size())) !=
+        static_cast<int>(text.size())) {
+        return false;
+    }
+    std::string back;
+    while (back.size() < text.size()) {
+        char buf[4096];
+        const int got = streamer->Read(buf, sizeof(buf), 10000);
+        if (got <= 0) {
+            return false;
+        }
+        back.append(buf, static_cast<size_t>(got));
+    }
+    return back == text;
+}
+
+bool EchoWorks(const RawConnection& connection, const std::string& text) {
+    std::string back(text.size(), '\0');
+    return WriteAll(connection.writeFd, text.data(), text.size()) &&
+           ReadAll(connection.readFd, back.data(), back.size()) && back == text;
+}
+
+EchoObserver::~EchoObserver() {
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        for (ipc::IpcStreamerPipeImpl* streamer : m_open) {
+            streamer->Interrupt();
+        }
+    }
+    for (std::thread& thread : m_threads) {
+        thread.join();
+    }
+}
+
+void EchoObserver::ServerOpened(const char*) {
+    ++opened;
+}
+
+void EchoObserver::ServerClosed() {
+    ++closed;
+}
+
+bool EchoObserver::ClientAccepted(ipc::IpcStreamer* streamer) {
+    const long limit = openTimeoutMs;
+    ++offered;
+    auto* pipe = static_cast<ipc::IpcStreamerPipeImpl*>(streamer);
+    if (!pipe->OpenWithin(limit)) {
+        return false;
+    }
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_open.push_back(pipe);
+    ++accepted;  // before its client can be done
+    m_threads.emplace_back([this, pipe] { Echo(pipe); });
+    return true;
+}
+
+void EchoObserver::Echo(ipc::IpcStreamerPipeImpl* streamer) {
+    char buf[4096];
+    for (;;) {
+        const int got = streamer->Read(buf, sizeof(buf), 0);
+        if (got <= 0 || streamer->Write(buf, got) != got) {
+            break;
+        }
+    }
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        for (auto& open : m_open) {
+            if (open == streamer) {
+                std::swap(open, m_open.back());
+                m_open.pop_back();
+                break;
+            }
+        }
+    }
+    streamer->Close();
+    ++ended;
+}
+
+bool OneWordObserver::ClientAccepted(ipc::IpcStreamer* streamer) {
+    if (!streamer->Open()) {
+        return false;
+    }
+    char word[4];
+    if (streamer->Read(word, sizeof(word), 10000) == 4) {
+        ++served;  // before its client can be done
+        (void)streamer->Write(word, sizeof(word));
+    }
+    streamer->Close();
+    return true;
+}
+
+WatchedThread::WatchedThread(std::function<void()> body)
+    : m_thread([this, body] {
+          m_tid = static_cast<pid_t>(syscall(SYS_gettid));
+          body();
+          m_ended = true;
+      }) {}
+
+void WatchedThread::Join() {
+    if (m_thread.joinable()) {
+        m_thread.join();
+    }
+}
+
+void WatchedThread::WaitUntilBlocked() {
+    (void)WaitUntil([this] {
+        std::ifstream stat("/proc/self/task/" + std::to_string(m_tid) + "/stat");
+        std::string number;
+        std::string command;
+        std::string state;
+        stat >> number >> command >> state;
+        return m_ended || state == "S";
+    });
+}
+
+ipc::IpcStreamerPipeImpl* NewStreamer(const char* name, int id, bool isServer) {
+    return static_cast<ipc::IpcStreamerPipeImpl*>(
+        ipc::IpcStreamerPipeImpl::Create(name, id, isServer));
+}
+
+StreamerPair::StreamerPair(int id)
+    : server(NewStreamer("Pair", id, true)), client(NewStreamer("Pair", id, false)) {
+    bool serverOpened = false;
+    std::thread opener([&] { serverOpened = server->OpenWithin(10000); });
+    const bool clientOpened = client->OpenWithin(10000);
+    opener.join();
+    opened = serverOpened && clientOpened;
+}
+
+StreamerPair::~StreamerPair() {
+    CloseServer();
+    CloseClient();
+}
+
+void StreamerPair::CloseServer() {
+    if (server != nullptr) {
+        server->Close();
+        server->Close();
+        server = nullptr;
+    }
+}
+
+void StreamerPair::CloseClient() {
+    if (client != nullptr) {
+        client->Close();
+        client->Close();
+        client = nullptr;
+    }
+}
+
+}  // namespace kpl::test

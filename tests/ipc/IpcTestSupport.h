@@ -1,0 +1,171 @@
+// What the tests of the FIFO transport share.
+#ifndef KPL_TESTS_IPC_IPCTESTSUPPORT_H_
+#define KPL_TESTS_IPC_IPCTESTSUPPORT_H_
+
+#include <gtest/gtest.h>
+#include <stdint.h>
+#include <sys/types.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "kpl/ipc/IpcServer.h"
+#include "kpl/ipc/IpcStreamerPipeImpl.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/TempDir.h"
+
+namespace kpl::test {
+
+// Each test has a fresh directory as pipe root, and leaves no FIFO in it, no descriptor and no
+// thread behind.
+class IpcTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    std::string Path(const std::string& entry) const { return m_dir.Path() + "/" + entry; }
+    bool Exists(const std::string& entry) const;
+    const TempDir& Dir() const { return m_dir; }
+
+private:
+    TempDir m_dir;
+    LogCapture m_quiet{LogCapture::Debug::Off};  // forced messages are expected in many tests
+    int m_descriptors = 0;
+    int m_threads = 0;
+};
+
+// For tests of what happens once in a process. True in a process that has run nothing else;
+// otherwise runs the current test in such a one, expects that it passes, and returns false.
+bool RunsInFreshProcess();
+
+// A peer that knows nothing but the published names and bytes: plain, blocking system calls.
+struct RawConnection {
+    int readFd = -1;
+    int writeFd = -1;
+
+    bool IsOpen() const { return readFd != -1 && writeFd != -1; }
+    void Close();
+};
+
+// `steps` says how far the client goes before it returns: 0 nothing, 1 Root FIFO opened, 2
+// announced, 3 Root FIFO closed, 4 connection FIFOs made, 5 Client FIFO opened, 6 Server FIFO
+// opened.
+constexpr int kAllRawSteps = 6;
+RawConnection RawConnect(const std::string& dir, const std::string& name, int id,
+                         int steps = kAllRawSteps);
+
+// The server's side: reads one announcement from an open Root FIFO and opens the connection. 1: the
+// announcement was read, 2: the FIFOs were made, 3: the Client FIFO is open, 4: the Server FIFO
+// too.
+RawConnection RawAccept(int rootFd, const std::string& dir, const std::string& name, int* id,
+                        int steps = 4);
+
+// The whole of `size` bytes, or false.
+bool ReadAll(int fd, void* data, size_t size);
+bool WriteAll(int fd, const void* data, size_t size);
+bool WriteWord(int fd, uint32_t value);
+
+// 16 bytes, as they stand in the Root FIFO.
+std::string AnnouncementBytes(uint32_t magic, uint32_t id, uint32_t command, uint32_t length);
+std::string GoodAnnouncement(uint32_t id);
+
+// Writes `bytes` into the server's Root FIFO with one write, waiting for the server.
+bool WriteToRoot(const std::string& rootPath, const std::string& bytes);
+
+// Sends `text` and waits until it has come back.
+bool EchoWorks(ipc::IpcStreamer* streamer, const std::string& text);
+bool EchoWorks(const RawConnection& connection, const std::string& text);
+
+// Echoes what its clients send, each on a thread of its own. Its end interrupts and joins them.
+class EchoObserver : public ipc::IpcServerObserver {
+public:
+    explicit EchoObserver(long openTimeout = -1) : openTimeoutMs(openTimeout) {}
+    ~EchoObserver() override;
+
+    void ServerOpened(const char* name) override;
+    bool ClientAccepted(ipc::IpcStreamer* streamer) override;
+    void ServerClosed() override;
+
+    // What the next client gets to come; looked at before `offered` is counted.
+    std::atomic<long> openTimeoutMs;
+    std::atomic<int> opened{0};
+    std::atomic<int> offered{0};
+    std::atomic<int> accepted{0};
+    std::atomic<int> ended{0};
+    std::atomic<int> closed{0};
+
+private:
+    void Echo(ipc::IpcStreamerPipeImpl* streamer);
+
+    std::mutex m_mutex;
+    std::vector<ipc::IpcStreamerPipeImpl*> m_open;
+    std::vector<std::thread> m_threads;
+};
+
+// Serves a client within ClientAccepted: one word back, then it closes.
+class OneWordObserver : public ipc::IpcServerObserver {
+public:
+    void ServerOpened(const char*) override {}
+    bool ClientAccepted(ipc::IpcStreamer* streamer) override;
+    void ServerClosed() override {}
+
+    std::atomic<int> served{0};
+};
+
+// A thread whose state can be looked at.
+class WatchedThread {
+public:
+    explicit WatchedThread(std::function<void()> body);
+    ~WatchedThread() { Join(); }
+    void Join();
+
+    // Waits until the thread sleeps in the kernel; it may have ended too.
+    void WaitUntilBlocked();
+    bool HasEnded() const { return m_ended; }
+    pthread_t Handle() { return m_thread.native_handle(); }
+
+private:
+    std::atomic<pid_t> m_tid{0};
+    std::atomic<bool> m_ended{false};
+    std::thread m_thread;
+};
+
+// Milliseconds that `function` takes.
+template <typename Function>
+long MsOf(Function function) {
+    const auto start = std::chrono::steady_clock::now();
+    function();
+    return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                 std::chrono::steady_clock::now() - start)
+                                 .count());
+}
+
+// What "promptly" means: far below any time limit, far above a busy machine's hiccups.
+constexpr long kPromptMs = 2000;
+
+// Two ends of one connection, both open.
+class StreamerPair {
+public:
+    explicit StreamerPair(int id = 7);
+    ~StreamerPair();
+
+    // Drops both references of one end.
+    void CloseServer();
+    void CloseClient();
+
+    ipc::IpcStreamerPipeImpl* server = nullptr;
+    ipc::IpcStreamerPipeImpl* client = nullptr;
+    bool opened = false;
+};
+
+ipc::IpcStreamerPipeImpl* NewStreamer(const char* name, int id, bool isServer);
+
+}  // namespace kpl::test
+
+#endif  // KPL_TESTS_IPC_IPCTESTSUPPORT_H_
