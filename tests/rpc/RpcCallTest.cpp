@@ -604,16 +604,17 @@ TEST_F(RpcCallTest, ThreadsThatCallWhileTheConnectionComesAndGoesGetTheirResults
     Connect();
     std::atomic<bool> stop{false};
     std::atomic<int> answered{0};
-    std::atomic<int> wrong{0};
+    // Shared: a callback may still run when the test has ended.
+    const auto wrong = std::make_shared<std::atomic<int>>(0);
     std::vector<std::thread> threads;
     for (int thread = 0; thread < 3; ++thread) {
         threads.emplace_back([&] {
             for (int i = 0; !stop; ++i) {
                 const auto sum = Call<int>(client, "Add", i, 1);
                 const auto same = Call<int>(
-                    client, "Watch", [&wrong, i](int value) { wrong += value == i ? 0 : 1; }, i);
-                wrong += sum.value_or(i + 1) == i + 1 ? 0 : 1;
-                wrong += same.value_or(i) == i ? 0 : 1;
+                    client, "Watch", [wrong, i](int value) { *wrong += value == i ? 0 : 1; }, i);
+                *wrong += sum.value_or(i + 1) == i + 1 ? 0 : 1;
+                *wrong += same.value_or(i) == i ? 0 : 1;
                 answered += sum.has_value() ? 1 : 0;
             }
         });
@@ -628,7 +629,7 @@ TEST_F(RpcCallTest, ThreadsThatCallWhileTheConnectionComesAndGoesGetTheirResults
     for (std::thread& thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(wrong, 0);
+    EXPECT_EQ(*wrong, 0);
 }
 
 }  // namespace
