@@ -30,11 +30,13 @@ namespace {
 
 using namespace kpl::rpc;
 using kpl::os::CEvent;
+using kpl::test::GoodAnnouncement;
 using kpl::test::LogCapture;
 using kpl::test::RawClient;
 using kpl::test::RawInvoke;
 using kpl::test::Stopwatch;
 using kpl::test::WaitUntil;
+using kpl::test::WriteToRoot;
 
 // A server named "S" that serves a table of functions; at the end nothing of it may be left.
 class RpcServerTest : public testing::Test {
@@ -256,7 +258,7 @@ TEST_F(RpcServerTest, AResultAbove16384BytesBecomesAnEmptyOne) {
 TEST_F(RpcServerTest, AClientThatDiesBeforeItOpensCostsTheNextOneOnlyTheOpenTimeout) {
     server.SetOpenTimeout(100);
     StartServer();
-    ASSERT_TRUE(RawClient::Announce(directory.Path(), "S", 9));
+    ASSERT_TRUE(WriteToRoot(directory.Path() + "/SRoot", GoodAnnouncement(9)));
     const Stopwatch watch;
     EXPECT_TRUE(Serves());
     EXPECT_LT(watch.ElapsedMs(), 5000);
@@ -267,7 +269,7 @@ TEST_F(RpcServerTest, AClientThatDiesBeforeItOpensCostsTheNextOneOnlyTheOpenTime
 TEST_F(RpcServerTest, StopDoesNotWaitForAClientThatNeverOpens) {
     server.SetOpenTimeout(-1);
     StartServer();
-    ASSERT_TRUE(RawClient::Announce(directory.Path(), "S", 9));
+    ASSERT_TRUE(WriteToRoot(directory.Path() + "/SRoot", GoodAnnouncement(9)));
     ASSERT_TRUE(WaitUntil([&] { return directory.Entries().size() == 3; }));
     const Stopwatch watch;
     EXPECT_TRUE(server.Stop());

@@ -1,10 +1,8 @@
 #include "tests/support/RawClient.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <stdint.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace kpl::test {
@@ -17,51 +15,13 @@ void AppendWord(std::string* bytes, uint32_t word) {
 
 }  // namespace
 
-bool RawClient::Announce(const std::string& root, const std::string& server, int id) {
-    const int fd = open((root + "/" + server + "Root").c_str(), O_WRONLY | O_CLOEXEC);
-    std::string announcement(" CPI", 4);
-    AppendWord(&announcement, static_cast<uint32_t>(id));
-    AppendWord(&announcement, 0);
-    AppendWord(&announcement, 0);
-    const bool written = write(fd, announcement.data(), 16) == 16;
-    close(fd);
-    return written;
-}
-
-RawClient::RawClient(const std::string& root, const std::string& server, int id) {
-    Announce(root, server, id);
-    const std::string toClient = root + "/" + server + "Client" + std::to_string(id);
-    const std::string toServer = root + "/" + server + "Server" + std::to_string(id);
-    mkfifo(toServer.c_str(), 0777);
-    mkfifo(toClient.c_str(), 0777);
-    m_reader = open(toClient.c_str(), O_RDONLY | O_CLOEXEC);
-    m_writer = open(toServer.c_str(), O_WRONLY | O_CLOEXEC);
-}
-
-RawClient::~RawClient() {
-    Close();
-}
-
-void RawClient::Close() {
-    for (int* descriptor : {&m_reader, &m_writer}) {
-        if (*descriptor != -1) {
-            close(*descriptor);
-            *descriptor = -1;
-        }
-    }
-}
-
-bool RawClient::Write(const std::string& bytes) {
-    return write(m_writer, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
-}
-
 bool RawClient::Receive() {
-    pollfd waiting{m_reader, POLLIN, 0};
+    pollfd waiting{m_connection.readFd, POLLIN, 0};
     if (poll(&waiting, 1, 10000) != 1) {
         return false;
     }
     char bytes[65536];
-    const ssize_t received = read(m_reader, bytes, sizeof(bytes));
+    const ssize_t received = read(m_connection.readFd, bytes, sizeof(bytes));
     if (received > 0) {
         m_received.append(bytes, static_cast<size_t>(received));
     }
@@ -85,10 +45,10 @@ std::string RawClient::ReadCommand() {
 }
 
 bool RawClient::AwaitEnd() {
-    pollfd waiting{m_reader, POLLIN, 0};
+    pollfd waiting{m_connection.readFd, POLLIN, 0};
     while (poll(&waiting, 1, 10000) == 1) {
         char bytes[65536];
-        if (read(m_reader, bytes, sizeof(bytes)) <= 0) {
+        if (read(m_connection.readFd, bytes, sizeof(bytes)) <= 0) {
             return true;
         }
     }

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "tests/support/RawConnection.h"
+
 namespace kpl::test {
 
 // A client that speaks the published bytes with system calls alone, without the library.
@@ -10,12 +12,15 @@ class RawClient {
 public:
     // Announces connection `id` to the server, whose FIFOs are in `root`, and opens both FIFOs,
     // blocking.
-    RawClient(const std::string& root, const std::string& server, int id);
-    ~RawClient();  // goes away
+    RawClient(const std::string& root, const std::string& server, int id)
+        : m_connection(RawConnect(root, server, id)) {}
+    ~RawClient() { m_connection.Close(); }  // goes away
     RawClient(const RawClient&) = delete;
     RawClient& operator=(const RawClient&) = delete;
 
-    bool Write(const std::string& bytes);
+    bool Write(const std::string& bytes) {
+        return WriteAll(m_connection.writeFd, bytes.data(), bytes.size());
+    }
 
     // One whole command; empty when the server has gone or nothing comes in ten seconds.
     std::string ReadCommand();
@@ -23,16 +28,12 @@ public:
     // Whether the server ends the connection within ten seconds; discards what it still sends.
     bool AwaitEnd();
 
-    void Close();
-
-    // Only the announcement.
-    static bool Announce(const std::string& root, const std::string& server, int id);
+    void Close() { m_connection.Close(); }
 
 private:
     bool Receive();
 
-    int m_reader = -1;
-    int m_writer = -1;
+    RawConnection m_connection;
     std::string m_received;
 };
 
