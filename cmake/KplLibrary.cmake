@@ -6,6 +6,8 @@ set_target_properties(KplFrameworkObjects PROPERTIES
   CXX_VISIBILITY_PRESET hidden
   VISIBILITY_INLINES_HIDDEN ON)
 target_compile_options(KplFrameworkObjects PRIVATE -fno-exceptions)
+# Files beyond 2 GiB also where the C library's default offset is 32 bits.
+target_compile_definitions(KplFrameworkObjects PRIVATE _FILE_OFFSET_BITS=64)
 target_include_directories(KplFrameworkObjects
   PUBLIC "${PROJECT_SOURCE_DIR}/include"
   PRIVATE "${PROJECT_SOURCE_DIR}")

@@ -254,7 +254,8 @@ TEST(EpgDataListTest, ItemsWhoseLowWordIsZeroAreSentAsPresent) {
     if (sizeof(void*) == 4) {
         GTEST_SKIP() << "only null has a low word of zero here";
     }
-    EpgDataList list{0, reinterpret_cast<EpgData*>(uintptr_t{1} << 40)};  // never followed
+    // Never followed.
+    EpgDataList list{0, reinterpret_cast<EpgData*>(static_cast<uintptr_t>(uint64_t{1} << 40))};
     char buf[8];
     EXPECT_EQ(ConvertEpgDataList::ConvertToBytes(list, buf, sizeof(buf)), 8);
     EXPECT_EQ(Bytes(buf, 8), Words({0, 1}));

@@ -70,6 +70,9 @@ TEST(PageTableTest, AFullTableLosesNewPagesAndKeepsTheOldOnes) {
 }
 
 TEST(PageTableTest, AtFullCapacityEveryPageIsFoundAndTheNextIsLost) {
+    if (sizeof(void*) == 4) {
+        GTEST_SKIP() << "all of memory is 4096 pages here, and a word is the pointer itself";
+    }
     const auto table = TableOf(PageTable::kMaxPages);
     std::set<uint32_t> words;
     for (uintptr_t page = 1; page <= PageTable::kMaxPages; ++page) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <limits.h>
+#include <stdint.h>
 
 #include <vector>
 
@@ -225,10 +226,10 @@ TEST(RpcCommandMuxerTest, ALongThatDoesNotFitInFourBytesDiscardsTheCommand) {
         GTEST_SKIP() << "every long fits here";
     }
     char buf[64];
-    for (const long value : {0x80000000L, -0x80000001L, LONG_MAX, LONG_MIN}) {
+    for (const int64_t value : {int64_t{0x80000000}, -int64_t{0x80000001}, INT64_MAX, INT64_MIN}) {
         RpcCommandMuxer muxer(buf, sizeof(buf));
         ASSERT_TRUE(muxer.Push(1));
-        EXPECT_FALSE(muxer.Push(value)) << value;
+        EXPECT_FALSE(muxer.Push(static_cast<long>(value))) << value;
         EXPECT_FALSE(muxer.IsValidCommand());
     }
     RpcCommandMuxer muxer(buf, sizeof(buf));

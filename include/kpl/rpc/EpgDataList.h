@@ -3,6 +3,7 @@
 #ifndef KPL_RPC_EPGDATALIST_H_
 #define KPL_RPC_EPGDATALIST_H_
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include "kpl/Export.h"
@@ -38,6 +39,9 @@ struct __attribute__((packed)) EpgData {
 
 static_assert(sizeof(EpgText) == 4, "a text takes one word of the record");
 static_assert(sizeof(EpgData) == 48 && alignof(EpgData) == 1, "records are used in place");
+static_assert(offsetof(EpgData, head) == 0 && offsetof(EpgData, text) == 8 &&
+                  offsetof(EpgData, tail) == 24,
+              "the record's words lie where every other port expects them");
 
 struct EpgDataList {
     int count = 0;             // number of records
