@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <errno.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -73,6 +74,8 @@ Peer Peer::Unconnected(int receiveBuffer) {
     if (receiveBuffer > 0) {
         (void)setsockopt(peer.m_fd, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof(receiveBuffer));
     }
+    const int yes = 1;
+    (void)setsockopt(peer.m_fd, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof(yes));
     const timeval limit{10, 0};
     (void)setsockopt(peer.m_fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
     (void)setsockopt(peer.m_fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));

@@ -220,8 +220,11 @@ bool LineProcessor::PostProcessRequest(com::IUnknown* request, IProtocolExecutor
 net::server::CServerProtocolProcessor* LineThread::CreateProtocolProcessor(int,
                                                                            net::CSocket* socket,
                                                                            com::IUnknown* param) {
-    return m_script->missing == Missing::Processor ? nullptr
-                                                   : new LineProcessor(socket, param, m_script);
+    if (m_script->missing == Missing::Processor) {
+        return nullptr;
+    }
+    m_script->lastThread = this;
+    return new LineProcessor(socket, param, m_script);
 }
 
 net::server::CServerThread* LineManager::CreateServerThread() {

@@ -66,6 +66,7 @@ struct Script {
     std::atomic<int> before{0};
     std::atomic<int> after{0};
     std::atomic<void*> lastParam{nullptr};
+    std::atomic<net::server::CServerThread*> lastThread{nullptr};  // that made a processor
 
     void Note(const std::string& line);
     std::vector<std::string> Lines();
