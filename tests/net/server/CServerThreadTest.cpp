@@ -364,6 +364,25 @@ TEST_F(CServerThreadTest, ANewConnectionWithTheNumberOfTheOneBeingProcessedIsNot
     }
 }
 
+// The thread wakes for the connection that ended, and finds another one under its number.
+TEST_F(CServerThreadTest, ANewConnectionWithTheNumberOfOneThatEndedMeanwhileIsServed) {
+    const Client other = Connect();
+    for (int i = 0; i < 200; ++i) {
+        const Client old = Connect();
+        ConnectedPair successor;
+        ASSERT_TRUE(IsServed(other));  // so that the old one is watched
+        m_thread->ReleaseSocket(old.fd);
+        ASSERT_EQ(dup3(successor.served, old.fd, O_CLOEXEC), old.fd);
+        close(successor.served);
+        ASSERT_TRUE(m_thread->AddSocket(old.fd, new CSocket(old.fd), nullptr));
+        ASSERT_TRUE(IsServed(other));
+        ASSERT_TRUE(successor.peer.Send("two\n"));
+        ASSERT_EQ(successor.peer.Read(5), ">two\n") << "round " << i;
+        m_thread->ReleaseSocket(old.fd);
+    }
+    EXPECT_EQ(m_script.disconnects, 0);
+}
+
 TEST_F(CServerThreadTest, DescriptorsAbove1024AreServed) {
     const test::ManyDescriptors many(1100);
     if (!many.Done()) {

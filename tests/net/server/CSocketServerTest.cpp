@@ -260,6 +260,23 @@ TEST_F(CSocketServerTest, RunAgainReplacesTheRun) {
     }
 }
 
+TEST_F(CSocketServerTest, ThePortCanBeHadAgainAtOnce) {
+    // The side that closes first keeps the connection's addresses for a while.
+    int port = 0;
+    {
+        const LogCapture log;
+        CSocketServer server(0);
+        ASSERT_TRUE(server.Run());
+        port = server.GetListeningPort();
+        const Peer peer = Peer::ConnectTo(port);
+        ASSERT_TRUE(WaitUntil([&] { return log.Count(kWaiting) == 2; }));
+        server.Stop();
+        EXPECT_TRUE(peer.HasEnded());
+    }
+    CSocketServer again(static_cast<unsigned int>(port));
+    EXPECT_TRUE(again.Run());
+}
+
 TEST_F(CSocketServerTest, ARefusedClientIsClosedAndTheNextIsAccepted) {
     const LogCapture log(LogCapture::Debug::Off);
     std::atomic<int> calls{0};

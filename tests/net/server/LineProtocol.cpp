@@ -109,6 +109,7 @@ public:
     bool HasResponseData() override { return m_hasResponse; }
 
     int ReadResponse(char* buffer, int size) override {
+        ++m_script->pieces;
         const auto room = static_cast<size_t>(size);
         if (m_isBig) {
             const size_t length = std::min(room, m_left);
@@ -143,12 +144,12 @@ public:
     bool IsResponseReady() override { return m_executor->IsResponseReady(); }
     bool HasResponseData() override { return m_executor->HasResponseData(); }
     int ReadResponse(char* buffer, int size) override {
-        if (!m_begun) {
-            m_begun = true;
-            buffer[0] = '>';
-            return 1;
+        if (m_begun) {
+            return m_executor->ReadResponse(buffer, size);
         }
-        return m_executor->ReadResponse(buffer, size);
+        m_begun = true;
+        buffer[0] = '>';
+        return 1 + m_executor->ReadResponse(buffer + 1, size - 1);  // in one piece, for the network
     }
     void EndResponse() override { m_executor->EndResponse(); }
 

@@ -62,7 +62,8 @@ struct Script {
     std::atomic<int> threadsCreated{0};
     std::atomic<int> disconnects{0};
     std::atomic<int> prepared{0};
-    std::atomic<int> ended{0};  // responses
+    std::atomic<int> ended{0};   // responses
+    std::atomic<int> pieces{0};  // of responses, asked for
     std::atomic<int> before{0};
     std::atomic<int> after{0};
     std::atomic<void*> lastParam{nullptr};

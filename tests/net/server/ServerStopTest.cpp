@@ -83,6 +83,15 @@ protected:
         const Peer& peer = round->Connect(65536);
         ASSERT_TRUE(peer.Send(kEndlessResponse));
         ASSERT_EQ(peer.Read(1), "x");
+        // Blocked: no further piece is asked for, five looks long.
+        int pieces = 0;
+        int same = 0;
+        ASSERT_TRUE(WaitUntil([&] {
+            const int now = round->script.pieces;
+            same = now == pieces ? same + 1 : 0;
+            pieces = now;
+            return same >= 5;
+        }));
     }
 
     // A thread that connects again and again.
