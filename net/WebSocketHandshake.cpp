@@ -22,7 +22,7 @@ constexpr int kMaxDigits = 14;
 unsigned int doStuffToObtainAnInt32(const char* key) {
     uint64_t number = 0;
     int digits = 0;
-    uint8_t spaces = 0;
+    unsigned int spaces = 0;
     for (int i = 0; i < kKeyLimit && key[i] != '\0'; ++i) {
         const char c = key[i];
         if (c >= '0' && c <= '9' && digits < kMaxDigits) {

@@ -82,6 +82,18 @@ TEST(Sha1Test, AnyPiecesGiveTheSame) {
     }
 }
 
+TEST(Sha1Test, EveryLengthByteByByte) {
+    for (size_t length = 0; length <= 300; ++length) {
+        const Bytes data = SomeBytes(length);
+        SHA1Context ctx = Fresh();
+        for (const unsigned char byte : data) {
+            SHA1Input(&ctx, &byte, 1);
+        }
+        ASSERT_EQ(1, SHA1Result(&ctx));
+        ASSERT_EQ(Hash(data), Digest(ctx)) << length;
+    }
+}
+
 TEST(Sha1Test, ALengthOfZeroDoesNothing) {
     SHA1Context ctx = Fresh();
     SHA1Input(&ctx, nullptr, 0);

@@ -14,7 +14,7 @@ KPL_EXPORT int md5_getWebSocketHandshakeAnswer(const char* key1, const char* key
 
 // The number hidden in one key: the number that its first 14 digits make, 4294967295 at most,
 // divided by the count of its spaces; 0 without digits and 0 without spaces. Only the first 256
-// characters count, and 256 spaces count as none. A request whose key gives 0, or whose number the
+// characters count. A request whose key gives 0, or whose number the
 // spaces do not divide, is one to refuse; the answer does not tell.
 KPL_EXPORT unsigned int doStuffToObtainAnInt32(const char* key);
 
