@@ -48,7 +48,7 @@ template <int kStep>
 [[gnu::always_inline]] inline void Step(uint32_t* a, uint32_t b, uint32_t c, uint32_t d,
                                         const unsigned char* block) {
     constexpr int kRound = kStep / 16;
-    constexpr int kWord = (kStep * kWordFactor[kRound] + kWordOffset[kRound]) % 16;
+    constexpr size_t kWord = (kStep * kWordFactor[kRound] + kWordOffset[kRound]) % 16;
     constexpr int kShift = kRotation[kRound][kStep % 4];
     constexpr uint32_t kConstant = md5_T[kStep];
     const uint32_t sum =
@@ -120,7 +120,7 @@ void md5_lastBlock(md5_ctx_st* ctx, const void* data, unsigned short lengthInBit
 }
 
 void md5_ctx2hash(unsigned char* hash, const md5_ctx_st* ctx) {
-    for (int i = 0; i < 4; ++i) {
+    for (size_t i = 0; i < 4; ++i) {
         kpl::net::StoreLittle(hash + 4 * i, ctx->h[i]);
     }
 }

@@ -36,7 +36,7 @@ template <int kStep>
 [[gnu::always_inline]] inline uint32_t NextWord(uint32_t* last, const unsigned char* block) {
     uint32_t& word = last[kStep % 16];
     if constexpr (kStep < 16) {
-        word = kpl::net::LoadBig(block + 4 * kStep);
+        word = kpl::net::LoadBig(block + size_t{4} * kStep);
     } else {
         word = RotateLeft(
             last[(kStep + 13) % 16] ^ last[(kStep + 8) % 16] ^ last[(kStep + 2) % 16] ^ word, 1);
