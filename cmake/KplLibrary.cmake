@@ -11,7 +11,7 @@ target_include_directories(KplFrameworkObjects
   PRIVATE "${PROJECT_SOURCE_DIR}")
 target_link_libraries(KplFrameworkObjects PUBLIC Threads::Threads PRIVATE $<BUILD_INTERFACE:kpl_warnings>)
 
-foreach(kpl_folder os tools ipc rpc json net)
+foreach(kpl_folder os tools com ipc rpc net json)
   add_subdirectory(${kpl_folder})
 endforeach()
 if(NOT ANDROID)
