@@ -5,7 +5,12 @@
 
 #include <string>
 
+#include "kpl/net/Md5.h"
+#include "tests/support/WireFormatsPage.h"
+
 namespace {
+
+using kpl::test::WireFormatsExample;
 
 // Two requests of the draft, with the answers that it gives.
 constexpr char kKey1[] = "18x 6]8vM;54 *(5:  {   U1]8  z [  8";
@@ -39,6 +44,16 @@ TEST(WebSocketHandshakeTest, TheOtherKeysOfTheDraft) {
 TEST(WebSocketHandshakeTest, TheAnswersOfTheDraft) {
     EXPECT_EQ(kAnswer, Answer(kKey1, kKey2, kBody));
     EXPECT_EQ("8jKS'y:G*Co,Wxa-", Answer(kOtherKey1, kOtherKey2, "^n:ds[4U"));
+}
+
+TEST(WebSocketHandshakeTest, TheWorkedExample) {
+    const std::string challenge = WireFormatsExample("challenge");
+    ASSERT_EQ(16U, challenge.size());
+    EXPECT_EQ(kBody, challenge.substr(8));
+    unsigned char hash[16];
+    md5(hash, challenge.data(), 128);
+    EXPECT_EQ(WireFormatsExample("answer"), std::string(hash, hash + 16));
+    EXPECT_EQ(WireFormatsExample("answer"), Answer(kKey1, kKey2, kBody));
 }
 
 TEST(WebSocketHandshakeTest, AKeyWithoutSpacesYieldsZero) {
