@@ -7,8 +7,8 @@
 
 #include "net/ByteOrder.h"
 
-// Whole groups go through tables that the compiler makes, the last group through the alphabet. The
-// tables hold bytes in the order in which they are written, so that they serve either byte order.
+// Groups go through tables that the compiler makes of the alphabet. The tables hold bytes in the
+// order in which they are written, so that they serve either byte order of the machine.
 
 namespace {
 

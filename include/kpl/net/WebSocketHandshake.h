@@ -14,8 +14,8 @@ KPL_EXPORT int md5_getWebSocketHandshakeAnswer(const char* key1, const char* key
 
 // The number hidden in one key: the number that its first 14 digits make, 4294967295 at most,
 // divided by the count of its spaces; 0 without digits and 0 without spaces. Only the first 256
-// characters count. A request is to be refused when a key has no space, or spaces that do not divide
-// its number; neither function says so.
+// characters count. A request is to be refused when a key has no space, or spaces that do not
+// divide its number; neither function says so.
 KPL_EXPORT unsigned int doStuffToObtainAnInt32(const char* key);
 
 #endif  // KPL_NET_WEBSOCKETHANDSHAKE_H_
