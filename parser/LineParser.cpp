@@ -19,8 +19,7 @@ using tools::DumpDbgMsg;
 unsigned int ReadUpTo(io::CFile* file, char* buffer, unsigned int size) {
     unsigned int count = 0;
     while (count < size) {
-        const int read =
-            file->Read(reinterpret_cast<unsigned char*>(buffer) + count, size - count);
+        const int read = file->Read(reinterpret_cast<unsigned char*>(buffer) + count, size - count);
         if (read < 1) {
             break;
         }

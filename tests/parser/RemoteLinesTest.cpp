@@ -51,10 +51,10 @@ TEST_F(RemoteLinesTest, ARemoteFileWithoutALengthIsFalse) {
         EXPECT_EQ(nullptr, m_parser[0]);
         EXPECT_THAT(m_server.calls,
                     ElementsAre("Open http://h/x", "GetTotalLength", "Close", "destroy"));
-        EXPECT_THAT(capture.Messages(),
-                    ElementsAre("LineParser::SetContent(): iFileSize=" + std::to_string(length) +
-                                    "\n",
-                                "LineParser::SetContent(): http://h/x()\n"));
+        EXPECT_THAT(
+            capture.Messages(),
+            ElementsAre("LineParser::SetContent(): iFileSize=" + std::to_string(length) + "\n",
+                        "LineParser::SetContent(): http://h/x()\n"));
     }
 }
 

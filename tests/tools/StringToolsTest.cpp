@@ -146,8 +146,10 @@ TEST(StringToolsTest, BytesAbove127BelongToTheNames) {
     EXPECT_EQ("\xFF\x80.\xE9", NameOf("\xC3\xA4/\xFF\x80.\xE9"));
     EXPECT_EQ(".\xE9", ExtensionOf("\xC3\xA4/\xFF\x80.\xE9"));
     // 0xAF and 0xAE are "/" and "." with the highest bit set.
-    EXPECT_EQ("(null)", PathOf("a\xAF" "b"));
-    EXPECT_EQ("(null)", ExtensionOf("a\xAE" "b"));
+    EXPECT_EQ("(null)", PathOf("a\xAF"
+                               "b"));
+    EXPECT_EQ("(null)", ExtensionOf("a\xAE"
+                                    "b"));
 }
 
 TEST(StringToolsTest, TheExtractedStringIsNewMemory) {

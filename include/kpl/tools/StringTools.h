@@ -1,6 +1,6 @@
-// Helpers for NUL-terminated byte strings. The extractors look only at "/" (never at a backslash) and
-// never at the first character: a separator or dot there does not count. What they return is new
-// memory, never a part of the argument; the caller releases it with delete[]. Any thread.
+// Helpers for NUL-terminated byte strings. The extractors look only at "/" (never at a backslash)
+// and never at the first character: a separator or dot there does not count. What they return is
+// new memory, never a part of the argument; the caller releases it with delete[]. Any thread.
 #ifndef KPL_TOOLS_STRINGTOOLS_H_
 #define KPL_TOOLS_STRINGTOOLS_H_
 
@@ -17,12 +17,13 @@ KPL_EXPORT char* strupr(char* s);
 // where no "/" counts: "a.so", "/a.so".
 KPL_EXPORT char* ExtractFilePath(const char* path);
 
-// What follows the last "/" that counts: "a.so" of "/usr/lib/a.so". Null for null, for a name without
-// a directory, and when nothing follows.
+// What follows the last "/" that counts: "a.so" of "/usr/lib/a.so". Null for null, for a name
+// without a directory, and when nothing follows.
 KPL_EXPORT char* ExtractFileName(const char* path);
 
 // From the last dot that counts to the end, dot included: ".MP3" of "song.MP3". Directories are not
-// taken into account: ".d/file" of "a.d/file". Null for null, without a dot, and when nothing follows.
+// taken into account: ".d/file" of "a.d/file". Null for null, without a dot, and when nothing
+// follows.
 template <class T>
 T* ExtractFileExtension(const T* path);
 extern template KPL_EXPORT char* ExtractFileExtension<char>(const char* path);
