@@ -15,7 +15,7 @@ if(KPL_HAS_JNI)
 endif()
 target_link_libraries(KplFrameworkObjects PUBLIC Threads::Threads PRIVATE $<BUILD_INTERFACE:kpl_warnings>)
 
-foreach(kpl_folder os tools os/android net/http ipc rpc json io parser)
+foreach(kpl_folder os tools com os/android net/http ipc rpc net json io parser)
   add_subdirectory(${kpl_folder})
 endforeach()
 if(NOT ANDROID)

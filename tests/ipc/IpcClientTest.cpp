@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/ipc/VirtualSlot.h"
+#include "tests/support/VirtualSlot.h"
 
 namespace {
 

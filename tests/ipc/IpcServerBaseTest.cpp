@@ -15,7 +15,7 @@
 
 #include "kpl/os/CEvent.h"
 #include "tests/ipc/IpcTestSupport.h"
-#include "tests/ipc/VirtualSlot.h"
+#include "tests/support/VirtualSlot.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/Process.h"
 

@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/ipc/VirtualSlot.h"
+#include "tests/support/VirtualSlot.h"
 #include "tests/support/LogCapture.h"
 
 namespace {

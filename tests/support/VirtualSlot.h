@@ -1,6 +1,6 @@
 // The place of a virtual operation in its class's table, for interfaces whose order is fixed.
-#ifndef KPL_TESTS_IPC_VIRTUALSLOT_H_
-#define KPL_TESTS_IPC_VIRTUALSLOT_H_
+#ifndef KPL_TESTS_SUPPORT_VIRTUALSLOT_H_
+#define KPL_TESTS_SUPPORT_VIRTUALSLOT_H_
 
 #include <stdint.h>
 #include <string.h>
@@ -19,4 +19,4 @@ int SlotOf(Method method) {
 
 }  // namespace kpl::test
 
-#endif  // KPL_TESTS_IPC_VIRTUALSLOT_H_
+#endif  // KPL_TESTS_SUPPORT_VIRTUALSLOT_H_
