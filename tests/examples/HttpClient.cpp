@@ -93,9 +93,33 @@ HttpAnswer HttpClient::Fetch(const std::string& target) {
     return Send(Get(target)) ? Read() : HttpAnswer();
 }
 
+std::string HttpClient::ReadBytes(size_t count) {
+    while (m_received.size() < count && Receive()) {
+    }
+    const std::string bytes = m_received.substr(0, count);
+    m_received.erase(0, count);
+    return bytes;
+}
+
+bool HttpClient::ReadUntilEnd(size_t count) {
+    size_t total = 0;
+    do {
+        total += m_received.size();
+        m_received.clear();
+    } while (Receive());
+    return total >= count;
+}
+
 bool HttpClient::IsEnded() {
     char byte = 0;
     return m_received.empty() && recv(m_socket, &byte, 1, 0) == 0;
+}
+
+int PortIn(const std::string& output) {
+    const std::string line = output.substr(0, output.find('\n'));
+    const size_t end = line.find_last_of("0123456789");
+    const size_t start = line.find_last_not_of("0123456789", end);
+    return end == std::string::npos ? 0 : atoi(line.c_str() + start + 1);
 }
 
 }  // namespace kpl::test

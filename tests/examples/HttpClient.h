@@ -36,6 +36,12 @@ public:
     // Get, sent and answered.
     HttpAnswer Fetch(const std::string& target);
 
+    // The next bytes; fewer if the server ends the connection before.
+    std::string ReadBytes(size_t count);
+
+    // Reads to the end of the connection; whether `count` bytes or more have come.
+    bool ReadUntilEnd(size_t count);
+
     // Whether the server has ended the connection and sent nothing more. Waits for it.
     bool IsEnded();
 
@@ -47,6 +53,9 @@ private:
     int m_socket;
     std::string m_received;
 };
+
+// The number behind the last colon or word of a server's first line; 0 if there is none.
+int PortIn(const std::string& output);
 
 }  // namespace kpl::test
 
