@@ -21,7 +21,7 @@ struct CommandResult {
 };
 
 // Through the shell. No command of ours takes a minute.
-CommandResult Run(const std::string& command) {
+CommandResult RunCommand(const std::string& command) {
     FILE* pipe = popen(("timeout 60 " + command + " 2>&1").c_str(), "re");
     std::string output;
     char buffer[4096];
@@ -34,7 +34,7 @@ CommandResult Run(const std::string& command) {
 }
 
 bool IsInstalled(const std::string& program) {
-    return Run("sh -c 'command -v " + program + "'").code == 0;
+    return RunCommand("sh -c 'command -v " + program + "'").code == 0;
 }
 
 class FileHttpCurlTest : public FileHttpProgramTest {
@@ -45,7 +45,7 @@ protected:
         }
     }
 
-    CommandResult Curl(const std::string& arguments) { return Run("curl -sS " + arguments); }
+    CommandResult Curl(const std::string& arguments) { return RunCommand("curl -sS " + arguments); }
 };
 
 TEST_F(FileHttpCurlTest, OneFile) {
@@ -115,7 +115,7 @@ TEST_F(FileHttpCurlTest, AFileOf100MegabytesIsEqualToTheByte) {
     const std::string copy = m_directory.Path() + "/copy";
     const CommandResult result = Curl("-o " + copy + " " + Url("/large"));
     EXPECT_EQ(0, result.code) << result.output;
-    EXPECT_EQ(0, Run("cmp " + m_folder + "/large " + copy).code);
+    EXPECT_EQ(0, RunCommand("cmp " + m_folder + "/large " + copy).code);
     EXPECT_EQ(100u << 20, std::filesystem::file_size(copy));
 }
 
@@ -124,7 +124,7 @@ TEST_F(FileHttpCurlTest, WrkFindsNoFailure) {
         GTEST_SKIP() << "wrk is not installed";
     }
     Start();
-    const CommandResult result = Run("wrk -t2 -c64 -d2s " + Url("/a.txt"));
+    const CommandResult result = RunCommand("wrk -t2 -c64 -d2s " + Url("/a.txt"));
     EXPECT_EQ(0, result.code);
     EXPECT_NE(std::string::npos, result.output.find("Requests/sec:")) << result.output;
     EXPECT_EQ(std::string::npos, result.output.find("Socket errors")) << result.output;
