@@ -11,9 +11,13 @@ target_compile_definitions(KplFrameworkObjects PRIVATE _FILE_OFFSET_BITS=64)
 target_include_directories(KplFrameworkObjects
   PUBLIC "${PROJECT_SOURCE_DIR}/include"
   PRIVATE "${PROJECT_SOURCE_DIR}")
+if(KPL_HAS_JNI)
+  target_include_directories(KplFrameworkObjects SYSTEM PRIVATE ${KPL_JNI_INCLUDES})
+  target_compile_definitions(KplFrameworkObjects PRIVATE KPL_HAS_JNI)
+endif()
 target_link_libraries(KplFrameworkObjects PUBLIC Threads::Threads PRIVATE $<BUILD_INTERFACE:kpl_warnings>)
 
-foreach(kpl_folder os tools com ipc rpc net json)
+foreach(kpl_folder os tools com os/android net/http ipc rpc net json io parser)
   add_subdirectory(${kpl_folder})
 endforeach()
 if(NOT ANDROID)

@@ -8,7 +8,6 @@
 #include <sched.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <sys/utsname.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,7 +15,6 @@
 #include <atomic>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
@@ -24,7 +22,7 @@
 #include <vector>
 
 #include "bench/rpc/PingPong.h"
-#include "kpl/Version.h"
+#include "bench/support/Machine.h"
 #include "kpl/ipc/PipePath.h"
 #include "kpl/rpc/RpcCall.h"
 #include "kpl/rpc/RpcExecutorManager.h"
@@ -36,38 +34,11 @@ namespace {
 using kpl::bench::FifoPair;
 using kpl::bench::HandedOverPingPong;
 using kpl::bench::PingPong;
+using kpl::bench::PrintMachine;
 using kpl::bench::Sizes;
 using kpl::rpc::Call;
 
 constexpr int kTripsPerTurn = 2000;
-
-// --- The machine ---
-
-std::string Processor() {
-    std::ifstream file("/proc/cpuinfo");
-    for (std::string line; std::getline(file, line);) {
-        if (line.rfind("model name", 0) == 0) {
-            return line.substr(line.find(':') + 2);
-        }
-    }
-    return "unknown processor";
-}
-
-void PrintMachine() {
-    utsname system{};
-    uname(&system);
-    printf("%s, %u cores, %s %s\n", Processor().c_str(), std::thread::hardware_concurrency(),
-           system.sysname, system.release);
-#if defined(__clang__)
-    printf("clang %s", __clang_version__);
-#else
-    printf("GCC %s", __VERSION__);
-#endif
-    printf(", build type %s, library %s\n", KPL_BENCH_BUILD_TYPE, KPL_VERSION);
-#if !defined(__OPTIMIZE__)
-    printf("WARNING: this build is not optimised; its numbers say nothing.\n");
-#endif
-}
 
 // Restricts this thread, and those that it starts from now on, to the first core it may use.
 void PinToOneCore() {

@@ -1,0 +1,11 @@
+#ifndef KPL_BENCH_SUPPORT_MACHINE_H_
+#define KPL_BENCH_SUPPORT_MACHINE_H_
+
+namespace kpl::bench {
+
+// Prints the processor, the system, the compiler, and a warning if the build is not optimised.
+void PrintMachine();
+
+}  // namespace kpl::bench
+
+#endif  // KPL_BENCH_SUPPORT_MACHINE_H_

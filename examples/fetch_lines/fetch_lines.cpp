@@ -1,0 +1,48 @@
+// Prints the non-empty lines of a file with their numbers. The file is a path or an address; an
+// address is read by Java, so it can only be had in a process that has a Java machine.
+#include <stdio.h>
+
+#include "kpl/io/CFile.h"
+#include "kpl/net/http/CHttpClient.h"
+#include "kpl/parser/LineParser.h"
+
+namespace {
+
+int Fail(const char* path, const char* why) {
+    fprintf(stderr, "fetch_lines: %s: %s\n", path, why);
+    return 1;
+}
+
+// Why no lines came: what could not be done first is what is reported.
+int Explain(const char* path) {
+    kpl::io::CFile file;
+    if (!file.Open(path)) {
+        return Fail(path, "cannot be opened");
+    }
+    unsigned char byte = 0;
+    if (file.Read(&byte, 1) > 0) {
+        return Fail(path, file.GetFileSize() < 1 ? "has no known length" : "has no lines");
+    }
+    // A local file reads 0 bytes, an address that nobody can fetch gives an error.
+    if (file.Read(&byte, 1) < 0 && !kpl::net::http::CHttpClient().Open(path)) {
+        return Fail(path, "an address needs the Java bridge, and this process has no Java machine");
+    }
+    return Fail(path, "is empty or cannot be read");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        fputs("usage: fetch_lines FILE|ADDRESS\n", stderr);
+        return 2;
+    }
+    kpl::parser::LineParser lines;
+    if (!lines.SetContent(argv[1])) {
+        return Explain(argv[1]);
+    }
+    for (unsigned int i = 0; lines[i] != nullptr; ++i) {
+        printf("%6u  %s\n", i + 1, lines[i]);
+    }
+    return fflush(stdout) == 0 ? 0 : Fail("standard output", "cannot be written");
+}

@@ -1,0 +1,160 @@
+#include "kpl/io/CFile.h"
+
+#include <errno.h>
+#include <limits.h>
+#include <stdio.h>
+#include <string.h>
+#include <strings.h>
+
+#include <algorithm>
+
+#include "kpl/net/http/CHttpClient.h"
+
+namespace kpl::io {
+
+namespace {
+
+enum Kind { NOTHING = 0, LOCAL = 1, HTTP = 2, HTTPS = 3 };
+
+using net::http::CHttpClient;
+using net::http::IHttpClient;
+
+FILE* AsFile(void* stream) {
+    return static_cast<FILE*>(stream);
+}
+
+IHttpClient* AsClient(void* stream) {
+    return static_cast<IHttpClient*>(stream);
+}
+
+// Whether `path` starts with `scheme`, its letters in either case, and "://", and goes on.
+bool HasScheme(const char* path, const char* scheme) {
+    const size_t length = strlen(scheme);
+    return strncasecmp(path, scheme, length) == 0 && strncmp(path + length, "://", 3) == 0 &&
+           path[length + 3] != '\0';
+}
+
+char* NewCopy(const char* s) {
+    const size_t size = strlen(s) + 1;
+    auto* copy = new char[size];
+    std::copy_n(s, size, copy);
+    return copy;
+}
+
+int KindOf(const char* path) {
+    if (HasScheme(path, "http")) {
+        return HTTP;
+    }
+    return HasScheme(path, "https") ? HTTPS : LOCAL;
+}
+
+// Opening a FIFO waits, and a signal may end that.
+FILE* OpenLocal(const char* path) {
+    FILE* file = nullptr;
+    do {
+        file = fopen(path, "rbe");
+    } while (file == nullptr && errno == EINTR);
+    return file;
+}
+
+// A number that is cut would be another place, so it is refused instead.
+int SeekRemote(IHttpClient* client, long long offset, int whence) {
+    if (offset < INT_MIN || offset > INT_MAX || whence < SEEK_SET || whence > SEEK_END) {
+        return -1;
+    }
+    return client->Seek(static_cast<int>(offset), static_cast<IHttpClient::SeekFlag>(whence));
+}
+
+int LocalSize(FILE* file) {
+    const long before = ftell(file);
+    fseek(file, 0, SEEK_END);
+    const long size = ftell(file);
+    fseek(file, before, SEEK_SET);
+    // Where long has 32 bits, ftell itself fails with -1 on such a size.
+    return size <= INT_MAX ? static_cast<int>(size) : -1;
+}
+
+}  // namespace
+
+CFile::CFile() : m_kind(NOTHING), m_stream(nullptr), m_path(nullptr), m_option(nullptr) {}
+
+CFile::~CFile() {
+    Close();
+}
+
+bool CFile::IsRemote() const {
+    return m_kind == HTTP || m_kind == HTTPS;
+}
+
+bool CFile::Open(const char* path) {
+    if (path == nullptr || *path == '\0') {
+        return false;
+    }
+    Close();
+    m_path = NewCopy(path);
+    m_kind = KindOf(path);
+    if (IsRemote()) {
+        IHttpClient* client = new CHttpClient();
+        m_stream = client;
+        (void)client->Open(path);  // a failure shows in what is asked for next
+        return true;
+    }
+    m_stream = OpenLocal(path);
+    if (m_stream == nullptr) {
+        delete[] m_path;
+        m_path = nullptr;
+        return false;
+    }
+    return true;
+}
+
+int CFile::Read(unsigned char* buffer, unsigned int size) {
+    if (m_stream == nullptr) {
+        return 0;
+    }
+    const unsigned int count = std::min<unsigned int>(size, INT_MAX);
+    if (IsRemote()) {
+        return AsClient(m_stream)->Read(reinterpret_cast<char*>(buffer), static_cast<int>(count));
+    }
+    return buffer != nullptr ? static_cast<int>(fread(buffer, 1, count, AsFile(m_stream))) : 0;
+}
+
+int CFile::Seek(long long offset, int whence) {
+    if (m_stream == nullptr) {
+        return -1;
+    }
+    if (IsRemote()) {
+        return SeekRemote(AsClient(m_stream), offset, whence);
+    }
+    return fseek(AsFile(m_stream), static_cast<long>(offset), whence);
+}
+
+int CFile::GetFileSize() {
+    if (m_stream == nullptr) {
+        return -1;
+    }
+    return IsRemote() ? AsClient(m_stream)->GetTotalLength() : LocalSize(AsFile(m_stream));
+}
+
+bool CFile::SetOption(int, void* value) {
+    m_option = value;
+    return true;
+}
+
+void CFile::Close() {
+    if (m_stream == nullptr) {
+        return;
+    }
+    if (IsRemote()) {
+        AsClient(m_stream)->Close();
+        delete AsClient(m_stream);
+    } else {
+        fclose(AsFile(m_stream));
+    }
+    delete[] m_path;
+    m_path = nullptr;
+    m_kind = NOTHING;
+    m_stream = nullptr;
+}
+
+}  // namespace kpl::io
