@@ -208,8 +208,8 @@ public final class CHttpClient {
         final HttpURLConnection next = connect(connectedUrl, target);
         boolean ready = false;
         try {
-            final long start = startOf(next);
-            if (start >= 0 && start <= target) {
+            final long start = startOf(next, target);
+            if (start >= 0) {
                 final InputStream rest = next.getInputStream();
                 ready = skip(rest, target - start);
                 if (ready) {
@@ -224,9 +224,9 @@ public final class CHttpClient {
         return ready;
     }
 
-    // Where the body of an answer begins: at 0 if the server does not know ranges. -1 for a failure, and for a
-    // resource whose length is another one by now.
-    private long startOf(HttpURLConnection answer) throws IOException {
+    // Where the body of an answer begins: at `target`, or at 0 if the server does not know ranges. -1 for a failure,
+    // and for a resource whose length is another one by now.
+    private long startOf(HttpURLConnection answer, long target) throws IOException {
         final int code = answer.getResponseCode();
         if (code == HttpURLConnection.HTTP_OK) {
             return readLength(answer) == length ? 0 : -1;
@@ -244,7 +244,8 @@ public final class CHttpClient {
         if (length >= 0 && !total.equals("*") && Long.parseLong(total) != length) {
             return -1;
         }
-        return Long.parseLong(range.substring("bytes ".length(), dash).trim());
+        final long start = Long.parseLong(range.substring("bytes ".length(), dash).trim());
+        return start == target ? start : -1;
     }
 
     private static boolean skip(InputStream in, long count) throws IOException {
