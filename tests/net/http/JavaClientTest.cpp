@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "kpl/net/http/CHttpClient.h"
@@ -130,6 +131,25 @@ protected:
     std::unique_ptr<NginxServer> server;
     std::unique_ptr<TrustedCertificate> trust;
 };
+
+// How an application begins.
+
+TEST_F(JavaClientTest, ALibraryThatJavaLoadsGivesTheClientItsMachineAndClass) {
+    static bool loaded = false;
+    if (std::exchange(loaded, true)) {
+        GTEST_SKIP() << "Java loads a library once in a process";
+    }
+    JniContext::GetInstance().Finalize(machine.Vm());
+    JdkServer server("hello");
+    jvalue file{};
+    file.l = machine.Env()->NewStringUTF(KPL_ON_LOAD_LIBRARY);
+    JavaClass("kpl/test/TestServer").CallVoid("load", "(Ljava/lang/String;)V", {file});
+    machine.Env()->DeleteLocalRef(file.l);
+    EXPECT_EQ(JniContext::GetInstance().GetJVM(), machine.Vm());
+    CHttpClient client;
+    ASSERT_TRUE(client.Open(server.Url("/file").c_str()));
+    EXPECT_EQ(ReadAll(client), "hello");
+}
 
 // Whole resources.
 

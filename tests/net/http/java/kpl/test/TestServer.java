@@ -88,6 +88,11 @@ public final class TestServer {
         Thread.setDefaultUncaughtExceptionHandler((thread, exception) -> uncaught.set(exception.toString()));
     }
 
+    /** Loads a native library, as an application does. */
+    public static void load(String file) {
+        System.load(file);
+    }
+
     public static String lastUncaught() {
         return uncaught.getAndSet("");
     }
