@@ -125,8 +125,9 @@ void JniContext::Finalize(JavaVM* vm) {
     }
     m_impl->FreeClasses(env);
     m_impl->vm = nullptr;
-    // It is the machine's; a client that outlives the machine must not reach it.
+    // The machine's, like this thread's part in it; a client that outlives it must not reach them.
     m_impl->env = nullptr;
+    m_impl->thread = pthread_t{};
 }
 
 JavaVM* JniContext::GetJVM() const {

@@ -25,9 +25,10 @@ namespace kpl::net::http {
 // CreateRequestPropertyMap" and leaves a NoSuchMethodError pending. The signature is part of the
 // agreement with the Java side and stays as it is.
 //
-// A Java exception is neither looked at nor cleared. After a method was not found one is pending,
-// and on the initialising thread it stays: every later look-up there fails until the application
-// takes it (ExceptionClear). On any other thread it ends with the detaching.
+// A Java exception is neither looked at nor cleared. After a method was not found one is pending.
+// On the initialising thread it stays, and the application must take it (ExceptionClear) before the
+// next call: JNI does not say what calls do with an exception pending. On any other thread it ends
+// with the detaching, in the application's handler of uncaught exceptions.
 class KPL_EXPORT CHttpClientAndroid : public IHttpClient {
 public:
     CHttpClientAndroid();
