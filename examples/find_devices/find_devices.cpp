@@ -136,7 +136,7 @@ std::string ParseOptions(int argc, const char* const* argv, Options* options) {
     line.AddFlag("--renderers", &options->onlyRenderers);
     line.AddFlag("--verbose", &options->isVerbose);
     line.AddFlag("--help", &options->wantsHelp);
-    const std::string fault = line.Parse(argc, argv);
+    std::string fault = line.Parse(argc, argv);
     if (!fault.empty() || options->wantsHelp) {
         return fault;
     }
