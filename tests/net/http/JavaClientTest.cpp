@@ -329,6 +329,7 @@ TEST_F(JavaClientTest, ALengthThatIsNotToldIsMinusOne) {
     EXPECT_EQ(client.GetTotalLength(), -1);
     ExpectSame(ReadAll(client), content);
     EXPECT_EQ(client.Seek(0, kEnd), -1);
+    EXPECT_EQ(client.Seek(5, kEnd), -1);
     EXPECT_EQ(client.Seek(300000, kBegin), 0);
     EXPECT_EQ(Read(client, 10), content.substr(300000));
     EXPECT_EQ(client.Seek(300002, kBegin), -1);
@@ -346,7 +347,12 @@ TEST_F(JavaClientTest, SeekAsksForARange) {
     EXPECT_EQ(Read(client, 4), content.substr(999990, 4));
     EXPECT_EQ(client.Seek(0, kBegin), 0);
     EXPECT_EQ(server.LastRange(), "");
+    // Behind the end there is nothing to ask for.
+    EXPECT_EQ(client.Seek(1000000, kBegin), 0);
+    EXPECT_EQ(client.Seek(1000001, kBegin), -1);
+    EXPECT_EQ(client.Seek(-1, kBegin), -1);
     EXPECT_EQ(server.Requests(), 3);
+    EXPECT_EQ(client.Seek(0, kBegin), 0);
     ExpectSame(ReadAll(client), content);
 }
 
@@ -374,8 +380,8 @@ TEST_F(JavaClientTest, AServerWithoutRangesIsReadUpToThePosition) {
 
 TEST_F(JavaClientTest, ASeekThatTheServerAnswersWronglyFailsAndReadingGoesOn) {
     const std::string content = MakeContent(600000);
-    JdkServer server(content);
-    for (const char* path : {"/liar", "/grows"}) {
+    for (const char* path : {"/liar", "/grows", "/shrinks"}) {
+        JdkServer server(content);
         CHttpClient client;
         ASSERT_TRUE(client.Open(server.Url(path).c_str()));
         EXPECT_EQ(Read(client, 300000), content.substr(0, 300000));
