@@ -358,15 +358,44 @@ struct Counter : UDPBroadcastObserver {
     void OnBroadcastReceived(const char*, int) override { ++heard; }
 };
 
+void Spin(int count) {
+    for (volatile int left = count; left > 0;) {
+        left = left - 1;
+    }
+}
+
+constexpr int kRounds = 5000;
+
+// Nobody sends anything here, so nothing but the stop can wake the thread.
 TEST(UDPBroadcastReceiverTest, StopAtAnyMomentAfterStartReturns) {
-    constexpr int kRounds = 5000;
+    const int port = FreeUdpPort();
+    const int descriptors = OpenDescriptorCount();
+    const int fd = NextDescriptor();
+    UDPBroadcastReceiver receiver;
+    for (int round = 0; round < kRounds; ++round) {
+        EXPECT_EQ(receiver.Start(port), 1);
+        if (round % 10 != 0) {
+            // Every step of the beginning thread, and well into its first receive.
+            Spin((round % 200) * (round % 200) * 5);
+        } else {
+            // Closely around the moment at which the thread has its socket.
+            while (fcntl(fd, F_GETFD) == -1) {
+                std::this_thread::yield();
+            }
+            Spin(round % 400);
+        }
+        receiver.Stop();
+    }
+    EXPECT_EQ(OpenDescriptorCount(), descriptors);
+}
+
+TEST(UDPBroadcastReceiverTest, StopReturnsWhileSomebodySendsAllTheTime) {
     const int port = FreeUdpPort();
     const int descriptors = OpenDescriptorCount();
     Counter counter;
     UDPBroadcastReceiver receiver;
     receiver.RegisterObserver(&counter);
     std::atomic<bool> over{false};
-    // Somebody talks to it all the time.
     std::thread peer([&] {
         const RawSocket socket;
         while (!over) {
@@ -376,11 +405,8 @@ TEST(UDPBroadcastReceiverTest, StopAtAnyMomentAfterStartReturns) {
     });
     for (int round = 0; round < kRounds; ++round) {
         EXPECT_EQ(receiver.Start(port), 1);
-        // From at once, over every step of the beginning thread, to well within its receives.
         const int heard = counter.heard;
-        for (volatile int spin = (round % 100) * (round % 100) * 10; spin > 0;) {
-            spin = spin - 1;
-        }
+        Spin((round % 100) * (round % 100) * 10);
         if (round % 10 == 9) {
             EXPECT_TRUE(WaitUntil([&] { return counter.heard > heard; }));
         }
