@@ -78,7 +78,6 @@ bool LineParser::SetContent(const char* path) {
     DumpDbgMsg("LineParser::SetContent(): iFileSize=%d\n", fileSize);
     const unsigned int count = ReadUpTo(&file, m_buffer, size);
     m_buffer[count] = '\0';
-    m_buffer[size] = '\0';
     DumpDbgMsg("LineParser::SetContent(): %s(%s)\n", m_path.c_str(), m_buffer);
     return size > 0 && count == size && Parse(m_buffer, m_bufferSize);
 }

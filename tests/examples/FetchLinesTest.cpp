@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
+#include <stdio.h>
 
 #include <fstream>
 #include <string>
 
+#include "tests/examples/FileHttpPrograms.h"
 #include "tests/examples/Program.h"
 #include "tests/support/TempDir.h"
 
@@ -57,7 +59,48 @@ TEST_F(FetchLinesTest, AFileWithoutLinesIsSaidSo) {
 TEST_F(FetchLinesTest, CalledTheWrongWayItSaysHow) {
     const ProgramResult result = RunProgram("fetch_lines", {});
     EXPECT_EQ(2, result.code);
-    EXPECT_EQ("usage: fetch_lines FILE|ADDRESS\n", result.errors);
+    EXPECT_EQ(0u, result.errors.find("usage: fetch_lines [--java CLASSES] FILE|ADDRESS\n"));
 }
+
+#ifdef KPL_JAVA_CLASSES
+
+// All of it together: a server on the TCP frame, the HTTP client in Java, CFile and LineParser.
+class FetchLinesOverHttpTest : public kpl::test::FileHttpProgramTest {};
+
+TEST_F(FetchLinesOverHttpTest, AnAddressIsReadByJava) {
+    std::string text;
+    std::string expected;
+    for (int i = 1; i <= 100000; ++i) {
+        char line[32];
+        snprintf(line, sizeof(line), "%6d  ", i);
+        text += "line " + std::to_string(i) + "\r\n\n";
+        expected += line + ("line " + std::to_string(i)) + "\n";
+    }
+    Write("lines", text);
+    Start();
+    const ProgramResult result =
+        RunProgram("fetch_lines", {"--java", KPL_JAVA_CLASSES, Url("/lines")});
+    EXPECT_EQ(0, result.code) << result.errors;
+    EXPECT_TRUE(result.output == expected);
+}
+
+TEST_F(FetchLinesOverHttpTest, AnAddressThatNobodyServesIsSaidSo) {
+    const std::string url = "http://127.0.0.1:1/none";
+    const ProgramResult result = RunProgram("fetch_lines", {"--java", KPL_JAVA_CLASSES, url});
+    EXPECT_EQ(1, result.code);
+    EXPECT_NE(std::string::npos,
+              result.errors.find("fetch_lines: " + url + ": is empty or cannot be read\n"))
+        << result.errors;
+}
+
+TEST_F(FetchLinesOverHttpTest, ClassesThatAreNotThereAreSaidSo) {
+    const ProgramResult result = RunProgram("fetch_lines", {"--java", m_folder, "http://h/x"});
+    EXPECT_EQ(1, result.code);
+    EXPECT_NE(std::string::npos,
+              result.errors.find("fetch_lines: " + m_folder + ": has no class CHttpClient\n"))
+        << result.errors;
+}
+
+#endif  // KPL_JAVA_CLASSES
 
 }  // namespace

@@ -39,6 +39,9 @@ public:
     // The next bytes; fewer if the server ends the connection before.
     std::string ReadBytes(size_t count);
 
+    // Takes what has come, up to 64 KiB, without giving it out yet.
+    void ReceiveSome() { (void)Receive(); }
+
     // Reads to the end of the connection; whether `count` bytes or more have come.
     bool ReadUntilEnd(size_t count);
 

@@ -141,6 +141,14 @@ TEST(LineParserTest, ParseAddsToTheLinesAndSplitsInPlace) {
     EXPECT_EQ(0, memcmp(first, "a\0\0b\0", 6));
 }
 
+TEST(LineParserTest, WhatStandsBeforeTheTextIsLeftAlone) {
+    LineParser parser;
+    char text[] = "\r\nx";
+    EXPECT_TRUE(parser.Parse(text + 1, 2));
+    EXPECT_EQ('\r', text[0]);
+    EXPECT_STREQ("x", parser[0]);
+}
+
 TEST(LineParserTest, TheIndexBehindTheLastLineGivesNull) {
     LineParser parser;
     EXPECT_EQ(nullptr, parser[0]);

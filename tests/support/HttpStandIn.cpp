@@ -30,6 +30,7 @@ CHttpClient::CHttpClient() : m_impl(nullptr) {
 }
 
 CHttpClient::~CHttpClient() {
+    delete m_impl;  // null
     Note("destroy");
     --HttpStandIn::Get().alive;
 }
