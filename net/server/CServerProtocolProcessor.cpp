@@ -125,6 +125,9 @@ bool CServerProtocolProcessor::ServeReceived() {
         m_length -= consumed;
         DumpDbgMsg("CServerProtocolProcessor::Process(): Demuxed=%d, Rest=%d\n", consumed,
                    m_length);
+        if (m_interrupted) {
+            return false;  // What else was received is not executed any more.
+        }
     } while (m_length > 0);
     m_length = 0;  // A demuxer may claim more than there was.
     return NeedToKeepConnection();
@@ -260,7 +263,9 @@ bool CServerProtocolProcessor::IsConnected() const {
     return m_connected && (m_socket == nullptr || m_socket->IsOpen());
 }
 
+// For a processor that is to be deleted once its Process returns; any thread.
 void CServerProtocolProcessor::Interrupt() {
+    m_interrupted = true;
     if (m_socket != nullptr) {
         m_socket->Interrupt();
     }

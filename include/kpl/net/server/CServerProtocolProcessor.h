@@ -112,6 +112,8 @@ private:
     std::atomic<bool> m_connected{true};
     bool m_demuxerPrepared = false;
     int m_demuxedType = 0;
+
+    std::atomic<bool> m_interrupted{false};
 };
 
 }  // namespace kpl::net::server

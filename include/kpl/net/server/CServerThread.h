@@ -85,11 +85,10 @@ private:
     bool HasRoom() KPL_REQUIRES(m_lock);
     int WaitForData(WatchList* list, int timeout);
     bool UpdateWatchList(WatchList* list);
-    bool RemoveDisconnected(Removed* removed) KPL_REQUIRES(m_lock);
     int FirstReady(WatchList* list);
-    void ProcessData(const WatchList& list);
-    CServerProtocolProcessor* BeginProcess(const WatchList& list);
-    void EndProcess(const WatchList& list, bool keep);
+    void ProcessData(const WatchList& list, int fd);
+    CServerProtocolProcessor* BeginProcess(const WatchList& list, int fd);
+    void EndProcess(int fd, bool keep);
     bool EndIfDone(int waitResult);
     Connections::iterator Remove(Connections::iterator entry, Removed* removed)
         KPL_REQUIRES(m_lock);

@@ -51,7 +51,7 @@ public:
 private:
     friend class CSocketServerEx;
 
-    CServerThread* AddThread() KPL_REQUIRES(m_lock);
+    bool DispatchToNewThread(int fd, CSocket* socket, com::IUnknown* param) KPL_REQUIRES(m_lock);
     void Hold(const CSocket* socket);
 
     std::vector<CServerThread*> m_threads KPL_GUARDED_BY(m_lock);

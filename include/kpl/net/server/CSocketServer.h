@@ -82,7 +82,8 @@ public:
 private:
     struct PrivateData;
 
-    void CloseAfterStop();
+    bool OpenListener();
+    bool TakeClient(int fd);
 
     PrivateData* const m_data;
 };

@@ -57,6 +57,8 @@ private:
     class ServerImpl;
     class ServerObserverImpl;
 
+    void WaitForWaiters();
+
     ServerImpl* m_server = nullptr;
     ServerObserverImpl* m_observer = nullptr;
     os::CEvent* const m_stopEvent;

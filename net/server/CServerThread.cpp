@@ -1,0 +1,333 @@
+#include "kpl/net/server/CServerThread.h"
+
+#include <poll.h>
+
+#include <vector>
+
+#include "kpl/tools/DebugLog.h"
+#include "os/WaitReadable.h"
+
+// Who waits where, and who wakes whom:
+//   server thread   in ppoll on the connections, half a millisecond at a time: nobody needs to wake
+//                   it. In Process, which is user code: in a send that the peer does not take, it
+//                   is woken by shutting the socket down; nothing else ends user code.
+//   AddSocket       for a new thread to set m_running, under the lock, which that does not need.
+//   Join            for the server thread, without the lock.
+// The lock is held for no other wait.
+//
+// A processor is deleted by whoever takes it out of m_connections, outside the lock (but for a
+// duplicate, which goes before its successor is made); while its Process runs, it is only marked,
+// and the server thread deletes it afterwards. A descriptor that
+// was waited for may belong to another connection when the wait has ended: serials tell.
+
+namespace kpl::net::server {
+
+using tools::DumpDbgMsg;
+using tools::ForceDumpDbgMsg;
+
+namespace {
+
+constexpr int kMaxConnections = 32;
+constexpr int kPollTimeoutMs = 500;  // waits 0.5 ms, as all sub-second time-outs do
+
+}  // namespace
+
+// What the last wait was for. Kept from one wait to the next, and only made anew when connections
+// have come or gone, so that an idle thread allocates nothing.
+struct CServerThread::WatchList {
+    std::vector<pollfd> descriptors;  // ascending
+    std::vector<uint64_t> serials;    // of their connections
+    uint64_t changes = 0;             // m_changes when it was made; 0: to be made anew
+    uint64_t readySerial = 0;         // of the connection that FirstReady found
+
+    void Clear() {
+        descriptors.clear();
+        serials.clear();
+    }
+
+    void Add(int fd, uint64_t serial) {
+        descriptors.push_back(pollfd{fd, POLLIN, 0});
+        serials.push_back(serial);
+    }
+};
+
+// Deletes processors when it goes out of scope; made before the lock is taken.
+class CServerThread::Removed {
+public:
+    Removed() = default;
+    ~Removed() {
+        for (CServerProtocolProcessor* processor : m_processors) {
+            delete processor;
+        }
+    }
+    Removed(const Removed&) = delete;
+    Removed& operator=(const Removed&) = delete;
+
+    void Add(CServerProtocolProcessor* processor) { m_processors.push_back(processor); }
+
+private:
+    std::vector<CServerProtocolProcessor*> m_processors;
+};
+
+CServerThread::CServerThread() {
+    DumpDbgMsg("CServerThread::CServerThread(): ....\n");
+}
+
+CServerThread::~CServerThread() {
+    DumpDbgMsg("CServerThread::~CServerThread(): ....\n");
+    Stop();
+    Join();
+    DumpDbgMsg("CServerThread::~CServerThread(): Done....\n");
+}
+
+int CServerThread::GetMaxAcceptableCounts() {
+    return kMaxConnections;
+}
+
+bool CServerThread::CanAcceptClient() {
+    os::CAutoLock lock(&m_lock);
+    return HasRoom();
+}
+
+bool CServerThread::HasRoom() {
+    return static_cast<int>(m_connections.size()) < GetMaxAcceptableCounts();
+}
+
+bool CServerThread::AddSocket(int fd, CSocket* socket, com::IUnknown* param) {
+    if (fd == -1 || socket == nullptr) {
+        return false;
+    }
+    os::CAutoLock lock(&m_lock);
+    if (!HasRoom() || !StartThread()) {
+        return false;
+    }
+    const auto duplicate = m_connections.find(fd);
+    if (duplicate != m_connections.end()) {
+        ForceDumpDbgMsg("CServerThread::AddSocket(): ?????? Duplicated client\n");
+        Removed removed;  // deleted before the new one is made
+        Remove(duplicate, &removed);
+    }
+    CServerProtocolProcessor* const processor = CreateProtocolProcessor(fd, socket, param);
+    if (processor == nullptr) {
+        return false;
+    }
+    m_connections[fd] = Connection{processor, socket, ++m_changes};
+    DumpDbgMsg("CServerThread::AddSocket(): iSocketFd=%d, pSocket=%p\n", fd,
+               static_cast<void*>(socket));
+    return true;
+}
+
+// The thread cannot end again before the lock is released.
+bool CServerThread::StartThread() {
+    if (m_running) {
+        return true;
+    }
+    if (m_thread != nullptr) {
+        DumpDbgMsg("CServerThread::AddSocket(): Delete(%p)\n", static_cast<void*>(m_thread));
+        delete m_thread;
+    }
+    m_started.Reset();
+    m_thread = new os::CThread(&CServerThread::ThreadProc, this);
+    DumpDbgMsg("CServerThread::AddSocket(): Create(%p)\n", static_cast<void*>(m_thread));
+    if (!m_thread->Run(0)) {
+        delete m_thread;
+        m_thread = nullptr;
+        return false;
+    }
+    m_started.Wait(-1);
+    return true;
+}
+
+void CServerThread::ThreadProc(void* self) {
+    static_cast<CServerThread*>(self)->Serve();
+}
+
+void CServerThread::Serve() {
+    DumpDbgMsg("CServerThread::ThreadProc(): .....\n");
+    m_running = true;
+    DumpDbgMsg("CServerThread::ThreadProc(): Start....\n");
+    m_started.Set();
+    WatchList list;
+    int result = 0;
+    do {
+        result = WaitForData(&list, kPollTimeoutMs);
+        if (result >= 0) {
+            ProcessData(list, result);
+        }
+    } while (!EndIfDone(result));
+}
+
+// The look at the connections and the end of m_running are one step: a connection that is added
+// finds the thread running and is served, or not running and starts it again.
+bool CServerThread::EndIfDone(int waitResult) {
+    os::CAutoLock lock(&m_lock);
+    if (waitResult != kWaitFailed && !m_stopping && !m_connections.empty()) {
+        return false;
+    }
+    m_running = false;
+    DumpDbgMsg("CServerThread::ThreadProc(): Done.....\n");
+    return true;
+}
+
+int CServerThread::CheckIfDataAvailable(int timeout) {
+    WatchList list;
+    return WaitForData(&list, timeout);
+}
+
+int CServerThread::WaitForData(WatchList* list, int timeout) {
+    if (!UpdateWatchList(list)) {
+        return kNoConnection;
+    }
+    const timespec wait = os::UnscaledTimeout(timeout);
+    const int ready = os::PollThroughSignals(list->descriptors.data(), list->descriptors.size(),
+                                             timeout > 0 ? &wait : nullptr);
+    if (ready < 0) {
+        return kWaitFailed;
+    }
+    return ready == 0 ? kTimedOut : FirstReady(list);
+}
+
+// False without any connection.
+bool CServerThread::UpdateWatchList(WatchList* list) {
+    Removed removed;
+    os::CAutoLock lock(&m_lock);
+    const CSocket* const held = m_held != nullptr ? m_held->load() : nullptr;
+    for (auto entry = m_connections.begin(); entry != m_connections.end();) {
+        const bool remove = entry->second.socket != held && !entry->second.processor->IsConnected();
+        entry = remove ? Remove(entry, &removed) : std::next(entry);
+    }
+    if (list->changes != m_changes) {
+        list->Clear();
+        list->changes = m_changes;
+        for (const auto& [fd, connection] : m_connections) {
+            if (connection.socket != held) {
+                list->Add(fd, connection.serial);
+            } else {
+                list->changes = 0;
+            }
+        }
+    }
+    return !m_connections.empty();
+}
+
+// Only one connection is served per wait; of several that are ready the lowest descriptor wins, and
+// the others are found again by the next wait. A descriptor that is not open is a failure of the
+// wait only if its connection believes that it is.
+int CServerThread::FirstReady(WatchList* list) {
+    os::CAutoLock lock(&m_lock);
+    int first = kNoConnection;
+    for (size_t i = 0; i < list->descriptors.size(); ++i) {
+        const pollfd& watched = list->descriptors[i];
+        const auto entry = m_connections.find(watched.fd);
+        if (watched.revents == 0 || entry == m_connections.end() ||
+            entry->second.serial != list->serials[i]) {
+            continue;
+        }
+        if ((watched.revents & POLLNVAL) != 0) {
+            if (entry->second.processor->IsConnected()) {
+                return kWaitFailed;
+            }
+        } else if (first == kNoConnection) {
+            first = watched.fd;
+            list->readySerial = list->serials[i];
+        }
+    }
+    return first;
+}
+
+void CServerThread::ProcessData(const WatchList& list, int fd) {
+    DumpDbgMsg("CServerThread::ThreadProc(): Data is from socket(%d).....\n", fd);
+    CServerProtocolProcessor* const processor = BeginProcess(list, fd);
+    if (processor != nullptr) {
+        EndProcess(fd, processor->Process());
+    }
+}
+
+CServerProtocolProcessor* CServerThread::BeginProcess(const WatchList& list, int fd) {
+    os::CAutoLock lock(&m_lock);
+    const auto entry = m_connections.find(fd);
+    if (m_stopping || entry == m_connections.end() || entry->second.serial != list.readySerial) {
+        return nullptr;
+    }
+    m_processing = entry->second.processor;
+    m_processingRemoved = false;
+    return m_processing;
+}
+
+void CServerThread::EndProcess(int fd, bool keep) {
+    Removed removed;
+    os::CAutoLock lock(&m_lock);
+    CServerProtocolProcessor* const processed = m_processing;
+    m_processing = nullptr;
+    if (m_processingRemoved) {
+        removed.Add(processed);
+    } else if (!keep) {
+        Remove(m_connections.find(fd), &removed);
+    }
+}
+
+CServerThread::Connections::iterator CServerThread::Remove(Connections::iterator entry,
+                                                           Removed* removed) {
+    CServerProtocolProcessor* const processor = entry->second.processor;
+    if (processor == m_processing) {
+        processor->Interrupt();
+        m_processingRemoved = true;
+    } else {
+        removed->Add(processor);
+    }
+    ++m_changes;
+    return m_connections.erase(entry);
+}
+
+void CServerThread::ReleaseSocket(int fd) {
+    if (fd < 0) {
+        return;
+    }
+    Removed removed;
+    os::CAutoLock lock(&m_lock);
+    const auto entry = m_connections.find(fd);
+    if (entry != m_connections.end()) {
+        Remove(entry, &removed);
+    }
+}
+
+bool CServerThread::Stop() {
+    {
+        Removed removed;
+        os::CAutoLock lock(&m_lock);
+        DumpDbgMsg("CServerThread::Stop(): Socket counts=%d\n",
+                   static_cast<int>(m_connections.size()));
+        while (!m_connections.empty()) {
+            Remove(m_connections.begin(), &removed);
+        }
+    }
+    DumpDbgMsg("CServerThread::Stop(): Done\n");
+    return true;
+}
+
+void CServerThread::SetHeld(const std::atomic<const CSocket*>* held) {
+    os::CAutoLock lock(&m_lock);
+    m_held = held;
+}
+
+// No other request is begun, and a response that is being sent fails. For good: the manager deletes
+// the object next.
+void CServerThread::BeginStop() {
+    os::CAutoLock lock(&m_lock);
+    m_stopping = true;
+    if (m_processing != nullptr) {
+        m_processing->Interrupt();
+    }
+}
+
+void CServerThread::Join() {
+    os::CThread* thread = nullptr;
+    {
+        os::CAutoLock lock(&m_lock);
+        thread = m_thread;
+        m_thread = nullptr;
+    }
+    delete thread;  // which joins
+}
+
+}  // namespace kpl::net::server
