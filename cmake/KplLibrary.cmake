@@ -45,4 +45,8 @@ if(BUILD_SHARED_LIBS)
 endif()
 if(ANDROID)
   target_link_libraries(KplFramework PUBLIC log)
+  if(CMAKE_SIZEOF_VOID_P EQUAL 8)
+    # Devices with 16 KiB pages do not load a library that is aligned to 4 KiB.
+    target_link_options(KplFramework PRIVATE -Wl,-z,max-page-size=16384)
+  endif()
 endif()
