@@ -79,12 +79,9 @@ bool GetIpByName(const char* host, const char* service, std::string& ip) {
 }
 
 bool GetIpByName(const std::string& host, std::string& ip) {
-    const std::string name = host;  // `ip` may be the same string.
+    // First, because `ip` may be the same string.
+    const hostent* entry = host.empty() ? nullptr : gethostbyname(host.c_str());
     ip.clear();
-    if (name.empty()) {
-        return false;
-    }
-    const hostent* entry = gethostbyname(name.c_str());
     if (entry == nullptr) {
         return false;
     }

@@ -17,7 +17,12 @@ CServerThreadManager::CServerThreadManager() {
 
 CServerThreadManager::~CServerThreadManager() {
     DumpDbgMsg("CServerThreadManager::~CServerThreadManager(): ....\n");
-    StopAllThreads();
+    {
+        os::CAutoLock lock(&m_lock);
+        LogStop();
+        EndThreads();
+        LogStopDone();
+    }
     DumpDbgMsg("CServerThreadManager::~CServerThreadManager(): Done....\n");
 }
 
@@ -62,9 +67,24 @@ bool CServerThreadManager::DispatchToNewThread(int fd, CSocket* socket, com::IUn
 
 bool CServerThreadManager::StopAllThreads() {
     os::CAutoLock lock(&m_lock);
+    LogStop();
+    BeforeStopAllThreads();
+    EndThreads();
+    AfterStopAllThreads();
+    LogStopDone();
+    return true;
+}
+
+void CServerThreadManager::LogStop() {
     DumpDbgMsg("CServerThreadManager::StopAllThreads(): Thread Counts=%d\n",
                static_cast<int>(m_threads.size()));
-    BeforeStopAllThreads();
+}
+
+void CServerThreadManager::LogStopDone() {
+    DumpDbgMsg("CServerThreadManager::StopAllThreads(): Done....\n");
+}
+
+void CServerThreadManager::EndThreads() {
     for (CServerThread* thread : m_threads) {
         thread->BeginStop();
     }
@@ -74,9 +94,6 @@ bool CServerThreadManager::StopAllThreads() {
         delete thread;
     }
     m_threads.clear();
-    AfterStopAllThreads();
-    DumpDbgMsg("CServerThreadManager::StopAllThreads(): Done....\n");
-    return true;
 }
 
 void CServerThreadManager::Hold(const CSocket* socket) {

@@ -22,7 +22,7 @@ class KPL_EXPORT CServerThreadManager {
 public:
     CServerThreadManager();
 
-    // StopAllThreads, without the derived class's hooks.
+    // As StopAllThreads, without the derived class's hooks.
     virtual ~CServerThreadManager();
     CServerThreadManager(const CServerThreadManager&) = delete;
     CServerThreadManager& operator=(const CServerThreadManager&) = delete;
@@ -52,6 +52,9 @@ private:
     friend class CSocketServerEx;
 
     bool DispatchToNewThread(int fd, CSocket* socket, com::IUnknown* param) KPL_REQUIRES(m_lock);
+    void LogStop() KPL_REQUIRES(m_lock);
+    static void LogStopDone();
+    void EndThreads() KPL_REQUIRES(m_lock);
     void Hold(const CSocket* socket);
 
     std::vector<CServerThread*> m_threads KPL_GUARDED_BY(m_lock);
