@@ -22,7 +22,8 @@ constexpr int kBufferSize = 4096;
 
 // Who waits where, and who wakes whom:
 // - the receiving thread for a datagram. Stop asks it to end and shuts its socket down, which ends
-//   the receive; a thread that has no socket yet finds the request when it publishes one.
+//   the receive. The thread publishes its socket before it looks at the request, Stop asks before
+//   it looks for a socket, so that one of the two sees the other.
 // - Stop for the receiving thread (join), thus for the observer that it may be in.
 // The socket is closed after the join, so that its number cannot become somebody else's while the
 // thread still uses it.
@@ -40,7 +41,7 @@ private:
 
     void Receive();
     void ReceiveInto(int fd, char* buffer);
-    bool Publish(int fd);
+    void Publish(int fd);
     void AskToStop();
     bool IsReceivingThread();
 
@@ -92,27 +93,24 @@ bool UDPBroadcastReceiver::PrivateImpl::IsReceivingThread() {
     return m_hasReceiver && pthread_equal(m_receiver, pthread_self()) != 0;
 }
 
-// False if a stop came first.
-bool UDPBroadcastReceiver::PrivateImpl::Publish(int fd) {
+void UDPBroadcastReceiver::PrivateImpl::Publish(int fd) {
     os::CAutoLock lock(&m_lock);
     m_fd = fd;
     m_receiver = pthread_self();
     m_hasReceiver = true;
-    return !m_stop;
 }
 
 void UDPBroadcastReceiver::PrivateImpl::Receive() {
     tools::DumpDbgMsg("UDPBroadcastReceiver::PrivateImpl::ThreadProc(): .....\n");
     const std::unique_ptr<char[]> buffer(new char[kBufferSize]);
     const int fd = OpenUdpSocket();
-    if (Publish(fd)) {
-        if (!BindUdpSocket(fd, m_port)) {
-            tools::ForceDumpDbgMsg(
-                "UDPBroadcastReceiver::PrivateImpl::ThreadProc(): ??????? bind failed\n");
-            return;
-        }
-        ReceiveInto(fd, buffer.get());
+    Publish(fd);
+    if (!BindUdpSocket(fd, m_port)) {
+        tools::ForceDumpDbgMsg(
+            "UDPBroadcastReceiver::PrivateImpl::ThreadProc(): ??????? bind failed\n");
+        return;
     }
+    ReceiveInto(fd, buffer.get());
     tools::DumpDbgMsg("UDPBroadcastReceiver::PrivateImpl::ThreadProc(): Done.....\n");
 }
 

@@ -12,8 +12,7 @@
 #include "net/UdpSocket.h"
 
 // Who waits where, and who wakes whom:
-// - the searching thread, while answers gather, for the end of its time-out; only a signal ends
-// that
+// - the searching thread, while answers gather, for the end of its time-out; only a signal ends it
 //   earlier.
 // - the searching thread for a datagram. Stop shuts the socket down, which ends the receive; the
 //   thread then sees that its socket is not the finder's any more.

@@ -44,6 +44,11 @@ std::string Visible(std::string text) {
     return text;
 }
 
+// A name is the device's own, "::", and what it answers for, which is what we asked for.
+std::string Device(const std::string& usn) {
+    return usn.substr(0, usn.find("::"));
+}
+
 // One line for each device. Answers arrive as they are: a device that answers twice comes twice,
 // and where a header is missing there is something else.
 class DeviceTable : public kpl::net::UPnPFinderObserver {
@@ -55,13 +60,13 @@ public:
             return;
         }
         if (m_names.size() == 1) {
-            printf("%7s  %-40s  %-40s  %s\n", "After", "Location", "Server", "Name");
+            printf("%7s  %-40s  %-41s  %s\n", "After", "Location", "Device", "Server");
         }
         const bool isAddress = strncmp(location, "http", 4) == 0;
         const std::chrono::duration<double> after = std::chrono::steady_clock::now() - m_begin;
-        printf("%5.2f s  %-40s  %-40s  %s\n", after.count(),
-               isAddress ? Visible(location).c_str() : "(none)", Visible(server).c_str(),
-               Visible(usn).c_str());
+        printf("%5.2f s  %-40s  %-41s  %s\n", after.count(),
+               isAddress ? Visible(location).c_str() : "(none)", Visible(Device(usn)).c_str(),
+               Visible(server).c_str());
         fflush(stdout);
     }
 
@@ -136,7 +141,7 @@ std::string ParseOptions(int argc, const char* const* argv, Options* options) {
     line.AddFlag("--renderers", &options->onlyRenderers);
     line.AddFlag("--verbose", &options->isVerbose);
     line.AddFlag("--help", &options->wantsHelp);
-    const std::string fault = line.Parse(argc, argv);
+    std::string fault = line.Parse(argc, argv);
     if (!fault.empty() || options->wantsHelp) {
         return fault;
     }

@@ -33,17 +33,17 @@ void OnNetwork(const std::function<void(const NetHost& far)>& body) {
 }
 
 // A line of the table, without the time.
-std::string Row(const std::string& location, const std::string& server, const std::string& name) {
-    const auto pad = [](const std::string& text) {
-        return text + std::string(text.size() < 40 ? 40 - text.size() : 0, ' ') + "  ";
+std::string Row(const std::string& location, const std::string& device, const std::string& server) {
+    const auto pad = [](const std::string& text, size_t width) {
+        return text + std::string(text.size() < width ? width - text.size() : 0, ' ') + "  ";
     };
-    return "  " + pad(location) + pad(server) + name;
+    return "  " + pad(location, 40) + pad(device, 41) + server;
 }
 
 std::string RowOf(int number) {
     const std::string text = std::to_string(number);
-    return Row("http://10.77.3.2:8080/" + text + ".xml", "Linux/6.1 UPnP/1.0 Responder/1." + text,
-               "uuid:00000000-0000-0000-0000-" + text + "::upnp:rootdevice");
+    return Row("http://10.77.3.2:8080/" + text + ".xml", "uuid:00000000-0000-0000-0000-" + text,
+               "Linux/6.1 UPnP/1.0 Responder/1." + text);
 }
 
 // Everything but the times, which begin the lines of the table.
@@ -58,7 +58,7 @@ std::vector<std::string> WithoutTimes(const std::string& output) {
     return lines;
 }
 
-const std::string kHeading = "  After" + Row("Location", "Server", "Name");
+const std::string kHeading = "  After" + Row("Location", "Device", "Server");
 
 void ExpectFault(const std::vector<std::string>& arguments, const std::string& fault) {
     const ProgramResult result = RunProgram(kProgram, arguments);
@@ -133,7 +133,7 @@ TEST(FindDevicesTest, OddAnswersDoNotReachTheTerminalAsTheyAre) {
         const ProgramResult result = RunProgram(kProgram, {"--seconds", "1"});
         EXPECT_EQ(
             WithoutTimes(result.output),
-            (std::vector<std::string>{kHeading, Row("(none)", "?[2J??", "a?b"), "", "Devices: 1"}));
+            (std::vector<std::string>{kHeading, Row("(none)", "a?b", "?[2J??"), "", "Devices: 1"}));
     });
 }
 

@@ -15,9 +15,9 @@
 
 #include "kpl/os/CEvent.h"
 #include "tests/ipc/IpcTestSupport.h"
-#include "tests/support/VirtualSlot.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/Process.h"
+#include "tests/support/VirtualSlot.h"
 
 namespace {
 

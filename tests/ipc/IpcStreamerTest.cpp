@@ -7,8 +7,8 @@
 #include <thread>
 #include <vector>
 
-#include "tests/support/VirtualSlot.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/VirtualSlot.h"
 
 namespace {
 

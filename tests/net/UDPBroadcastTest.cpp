@@ -2,7 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
+#include <poll.h>
 
 #include <algorithm>
 #include <atomic>
@@ -268,31 +268,36 @@ TEST(UDPBroadcastReceiverTest, StopWaitsForAnObserver) {
     helper.join();
 }
 
-TEST(UDPBroadcastReceiverTest, StopEndsTheThreadEvenIfDatagramsWait) {
+// Its number must not become somebody else's while the thread may still receive from it.
+TEST(UDPBroadcastReceiverTest, StopEndsTheThreadEvenIfDatagramsWaitAndClosesTheSocketLast) {
     const int port = FreeUdpPort();
-    UDPBroadcastReceiver receiver;
+    const int fd = NextDescriptor();
+    const auto events = [fd] {
+        pollfd look{fd, 0, 0};
+        poll(&look, 1, 0);
+        return look.revents;
+    };
     CEvent entered(false);
-    CEvent leave(false);
     std::atomic<int> calls{0};
     Listener listener([&] {
         ++calls;
         entered.Set();
-        leave.Wait(-1);
+        EXPECT_TRUE(WaitUntil([&] { return events() != 0; }));
+        EXPECT_EQ(events(), POLLHUP);  // shut down, and not closed
     });
+    UDPBroadcastReceiver receiver;
     receiver.RegisterObserver(&listener);
-    const LogCapture log;
     receiver.Start(port);
+    ASSERT_TRUE(WaitUntil([&] { return events() != POLLNVAL; }));
     KnockUntilHeard(port, listener);
     ASSERT_TRUE(entered.Wait(10000));
     const RawSocket peer;
     for (int i = 0; i < 20; ++i) {
         ASSERT_TRUE(peer.SendTo("127.0.0.1", port, "x"));
     }
-    std::thread stopper([&] { receiver.Stop(); });
-    usleep(20000);  // allow-sleep: Stop must have asked, and only its end shows that
-    leave.Set();
-    stopper.join();
+    receiver.Stop();
     EXPECT_EQ(calls, 1);
+    EXPECT_EQ(events(), POLLNVAL);
 }
 
 TEST(UDPBroadcastReceiverTest, AnObserverMayStopAndMayNotStart) {
@@ -353,15 +358,44 @@ struct Counter : UDPBroadcastObserver {
     void OnBroadcastReceived(const char*, int) override { ++heard; }
 };
 
+void Spin(int count) {
+    for (volatile int left = count; left > 0;) {
+        left = left - 1;
+    }
+}
+
+constexpr int kRounds = 5000;
+
+// Nobody sends anything here, so nothing but the stop can wake the thread.
 TEST(UDPBroadcastReceiverTest, StopAtAnyMomentAfterStartReturns) {
-    constexpr int kRounds = 5000;
+    const int port = FreeUdpPort();
+    const int descriptors = OpenDescriptorCount();
+    const int fd = NextDescriptor();
+    UDPBroadcastReceiver receiver;
+    for (int round = 0; round < kRounds; ++round) {
+        EXPECT_EQ(receiver.Start(port), 1);
+        if (round % 10 != 0) {
+            // Every step of the beginning thread, and well into its first receive.
+            Spin((round % 200) * (round % 200) * 5);
+        } else {
+            // Closely around the moment at which the thread has its socket.
+            while (fcntl(fd, F_GETFD) == -1) {
+                std::this_thread::yield();
+            }
+            Spin(round % 400);
+        }
+        receiver.Stop();
+    }
+    EXPECT_EQ(OpenDescriptorCount(), descriptors);
+}
+
+TEST(UDPBroadcastReceiverTest, StopReturnsWhileSomebodySendsAllTheTime) {
     const int port = FreeUdpPort();
     const int descriptors = OpenDescriptorCount();
     Counter counter;
     UDPBroadcastReceiver receiver;
     receiver.RegisterObserver(&counter);
     std::atomic<bool> over{false};
-    // Somebody talks to it all the time.
     std::thread peer([&] {
         const RawSocket socket;
         while (!over) {
@@ -371,11 +405,8 @@ TEST(UDPBroadcastReceiverTest, StopAtAnyMomentAfterStartReturns) {
     });
     for (int round = 0; round < kRounds; ++round) {
         EXPECT_EQ(receiver.Start(port), 1);
-        // From at once, over every step of the beginning thread, to well within its receives.
         const int heard = counter.heard;
-        for (volatile int spin = (round % 100) * (round % 100) * 10; spin > 0;) {
-            spin = spin - 1;
-        }
+        Spin((round % 100) * (round % 100) * 10);
         if (round % 10 == 9) {
             EXPECT_TRUE(WaitUntil([&] { return counter.heard > heard; }));
         }

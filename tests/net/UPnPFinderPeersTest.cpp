@@ -151,7 +151,7 @@ public:
     }
 
 private:
-    const Stopwatch m_watch;
+    const Stopwatch m_watch{};
     mutable std::mutex m_mutex;
     std::map<std::string, Device> m_found;
 };

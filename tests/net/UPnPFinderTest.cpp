@@ -460,7 +460,7 @@ TEST(UPnPFinderTest, ASearchWithNoDeviceIsError0OnceTheLoopEnds) {
         UPnPFinder finder;
         FoundDevices found;
         finder.AddObserver(&found);
-        const LogCapture log;
+        const LogCapture log(LogCapture::Debug::Off);
         ASSERT_TRUE(finder.SendSSDPRequest(UPNP_DEV_ROOT));
         Search search(&finder, 0);
         EXPECT_TRUE(WaitUntil([] { return calls.receives == 1; }));

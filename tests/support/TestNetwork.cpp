@@ -104,12 +104,14 @@ std::vector<std::string> Words(const std::string& text) {
 // Becomes the program; returns only if there is none.
 int Execute(int network, const std::vector<std::string>& command, const std::string& log) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    const int file = open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    if (setns(network, CLONE_NEWNET) != 0 || file < 0) {
+    if (setns(network, CLONE_NEWNET) != 0) {
         return 126;
     }
-    dup2(file, STDOUT_FILENO);
-    dup2(file, STDERR_FILENO);
+    if (!log.empty()) {
+        const int file = open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+        dup2(file, STDOUT_FILENO);
+        dup2(file, STDERR_FILENO);
+    }
     std::vector<char*> argv;
     argv.reserve(command.size() + 1);
     for (const std::string& word : command) {
@@ -139,7 +141,7 @@ std::unique_ptr<ChildProcess> NetHost::Start(const std::vector<std::string>& com
 }
 
 bool NetHost::Ip(const std::string& arguments) const {
-    return Start(Words("ip " + arguments), "/dev/stderr")->Wait() == 0;
+    return Start(Words("ip " + arguments), "")->Wait() == 0;
 }
 
 void OnTwoHosts(const std::string& nearAddress, const std::string& farAddress,

@@ -27,8 +27,8 @@ public:
     // host.
     void Run(const std::function<void()>& body) const;
 
-    // Starts a program on this host, with its output in the file `log`. It ends at the latest with
-    // the thread that started it.
+    // Starts a program on this host, with its output in the file `log` unless that is empty. It
+    // ends at the latest with the thread that started it.
     std::unique_ptr<ChildProcess> Start(const std::vector<std::string>& command,
                                         const std::string& log) const;
 

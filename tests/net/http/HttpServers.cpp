@@ -120,8 +120,6 @@ NginxServer::~NginxServer() {
 
 void NginxServer::AddFile(const std::string& name, const std::string& content) const {
     std::ofstream(m_dir.Path() + "/www/" + name, std::ios::binary) << content;
-    // A worker that root has started may be another user.
-    std::filesystem::permissions(m_dir.Path(), std::filesystem::perms(0755));
 }
 
 std::string NginxServer::Url(const std::string& path) const {

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <stdio.h>
 
-#include "tests/ipc/VirtualSlot.h"
+#include "tests/support/VirtualSlot.h"
 
 namespace {
 

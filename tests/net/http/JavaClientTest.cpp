@@ -12,7 +12,7 @@
 #include "kpl/os/android/JniContext.h"
 #include "tests/net/http/HttpServers.h"
 #include "tests/net/http/JavaMachine.h"
-#include "tests/support/LogCapture.h"
+#include "tests/net/http/JavaTest.h"
 #include "tests/support/Process.h"
 #include "tests/support/Stopwatch.h"
 
@@ -21,6 +21,7 @@ namespace {
 using kpl::net::http::CHttpClient;
 using kpl::net::http::IHttpClient;
 using kpl::os::android::JniContext;
+using kpl::test::ExpectSame;
 using kpl::test::JavaClass;
 using kpl::test::JavaMachine;
 using kpl::test::JdkServer;
@@ -41,96 +42,29 @@ constexpr auto kEnd = IHttpClient::SEEK_FLAG_END;
 
 constexpr char kCannotRead[] = "CHttpClientAndroid::Read(): ?????? Ret=-1\n";
 
-class JavaClientTest : public testing::Test {
-protected:
-    JavaClientTest() : machine(JavaMachine::Get()) {
-        machine.Env()->PushLocalFrame(16);  // what the class look-up leaves goes with it
-        std::vector<std::string> names = {"com/kapelo/net/CHttpClient"};
-        JniContext::GetInstance().Initialize(machine.Vm(), names);
-        SetTimeouts(10000, 10000);
-        machine.LookForExceptions(true);
-        machine.FindPropertyMap(false);
-        EXPECT_THAT(machine.TakeWarnings(), IsEmpty());
-        before = machine.CountReferences();
-        exceptionsBefore = machine.ExceptionCount();
-    }
+using JavaClientTest = kpl::test::JavaTest;
+using JavaClientAndNginxTest = kpl::test::JavaAndNginxTest;
 
-    // Whatever a test did: every reference is given back, no exception was left, and -Xcheck:jni
-    // had nothing to say.
-    ~JavaClientTest() override {
-        const JavaMachine::References after = machine.CountReferences();
-        EXPECT_EQ(after.local, before.local);
-        EXPECT_EQ(after.global, before.global);
-        EXPECT_EQ(machine.ExceptionCount(), exceptionsBefore);
-        EXPECT_FALSE(machine.Env()->ExceptionCheck());
-        EXPECT_THAT(machine.TakeWarnings(), IsEmpty());
-        JniContext::GetInstance().Finalize(machine.Vm());
-        machine.Env()->PopLocalFrame(nullptr);
-    }
-
-    static void SetTimeouts(int connectMs, int readMs) {
-        jvalue arguments[2] = {};
-        arguments[0].i = connectMs;
-        arguments[1].i = readMs;
-        JavaClass("com/kapelo/net/CHttpClient")
-            .CallVoid("SetTimeouts", "(II)V", {arguments[0], arguments[1]});
-    }
-
-    // Reads to the end, or to an error, in pieces of odd sizes.
-    static std::string ReadAll(IHttpClient& client) {
-        std::string all;
-        std::string piece;
-        for (size_t size = 1;; size = size * 7 % 600011 + 1) {
-            piece.resize(size);
-            const int count = client.Read(piece.data(), static_cast<int>(size));
-            if (count < 1) {
-                return all;
-            }
-            all.append(piece, 0, static_cast<size_t>(count));
+// Reads to the end, or to an error, in pieces of odd sizes.
+std::string ReadAll(IHttpClient& client) {
+    std::string all;
+    std::string piece;
+    for (size_t size = 1;; size = size * 7 % 600011 + 1) {
+        piece.resize(size);
+        const int count = client.Read(piece.data(), static_cast<int>(size));
+        if (count < 1) {
+            return all;
         }
+        all.append(piece, 0, static_cast<size_t>(count));
     }
-
-    static std::string Read(IHttpClient& client, int size) {
-        std::string bytes(static_cast<size_t>(size), '\0');
-        const int count = client.Read(bytes.data(), size);
-        bytes.resize(count > 0 ? static_cast<size_t>(count) : 0);
-        return bytes;
-    }
-
-    LogCapture log{LogCapture::Debug::Off};
-    JavaMachine& machine;
-    JavaMachine::References before;
-    int exceptionsBefore = 0;
-};
-
-// Does not print a difference of megabytes.
-void ExpectSame(const std::string& actual, const std::string& expected) {
-    ASSERT_EQ(actual.size(), expected.size());
-    EXPECT_TRUE(actual == expected);
 }
 
-class JavaClientAndNginxTest : public JavaClientTest {
-protected:
-    void SetUp() override {
-        if (!NginxServer::IsInstalled()) {
-            GTEST_SKIP() << "needs nginx and openssl (scripts/setup installs them)";
-        }
-        server = std::make_unique<NginxServer>();
-        trust = std::make_unique<TrustedCertificate>(server->CertificateFile());
-        before = machine.CountReferences();
-    }
-
-    void TearDown() override {
-        const JavaMachine::References after = machine.CountReferences();
-        EXPECT_EQ(after.local, before.local);
-        EXPECT_EQ(after.global, before.global);
-        trust.reset();
-        before = machine.CountReferences();
-    }
-
-    std::unique_ptr<NginxServer> server;
-    std::unique_ptr<TrustedCertificate> trust;
-};
+std::string Read(IHttpClient& client, int size) {
+    std::string bytes(static_cast<size_t>(size), '\0');
+    const int count = client.Read(bytes.data(), size);
+    bytes.resize(count > 0 ? static_cast<size_t>(count) : 0);
+    return bytes;
+}
 
 // How an application begins.
 
@@ -329,6 +263,7 @@ TEST_F(JavaClientTest, ALengthThatIsNotToldIsMinusOne) {
     EXPECT_EQ(client.GetTotalLength(), -1);
     ExpectSame(ReadAll(client), content);
     EXPECT_EQ(client.Seek(0, kEnd), -1);
+    EXPECT_EQ(client.Seek(5, kEnd), -1);
     EXPECT_EQ(client.Seek(300000, kBegin), 0);
     EXPECT_EQ(Read(client, 10), content.substr(300000));
     EXPECT_EQ(client.Seek(300002, kBegin), -1);
@@ -346,7 +281,12 @@ TEST_F(JavaClientTest, SeekAsksForARange) {
     EXPECT_EQ(Read(client, 4), content.substr(999990, 4));
     EXPECT_EQ(client.Seek(0, kBegin), 0);
     EXPECT_EQ(server.LastRange(), "");
+    // Behind the end there is nothing to ask for.
+    EXPECT_EQ(client.Seek(1000000, kBegin), 0);
+    EXPECT_EQ(client.Seek(1000001, kBegin), -1);
+    EXPECT_EQ(client.Seek(-1, kBegin), -1);
     EXPECT_EQ(server.Requests(), 3);
+    EXPECT_EQ(client.Seek(0, kBegin), 0);
     ExpectSame(ReadAll(client), content);
 }
 
@@ -374,8 +314,8 @@ TEST_F(JavaClientTest, AServerWithoutRangesIsReadUpToThePosition) {
 
 TEST_F(JavaClientTest, ASeekThatTheServerAnswersWronglyFailsAndReadingGoesOn) {
     const std::string content = MakeContent(600000);
-    JdkServer server(content);
-    for (const char* path : {"/liar", "/grows"}) {
+    for (const char* path : {"/liar", "/grows", "/shrinks"}) {
+        JdkServer server(content);
         CHttpClient client;
         ASSERT_TRUE(client.Open(server.Url(path).c_str()));
         EXPECT_EQ(Read(client, 300000), content.substr(0, 300000));

@@ -410,6 +410,31 @@ TEST_F(CServerProtocolProcessorTest, ALongResponseArrivesWhole) {
     EXPECT_EQ(answer, std::string(kSize, 'x'));
 }
 
+// Claims to have stored more than there is room for.
+class BoastfulExecutor : public IProtocolExecutor {
+public:
+    int Execute(com::IUnknown*) override { return 0; }
+    bool IsResponseReady() override { return true; }
+    bool HasResponseData() override { return true; }
+    int ReadResponse(char*, int size) override { return m_read++ == 0 ? size + 100000 : 0; }
+    void EndResponse() override {}
+
+private:
+    int m_read = 0;
+};
+
+TEST_F(CServerProtocolProcessorTest, NoMoreIsSentThanAPieceHolds) {
+    BoastfulExecutor executor;
+    auto* request = new LineRequest(&m_script, "one");
+    std::string answer;
+    Running reading([&] { answer = m_peer->ReadToEnd(); });
+    EXPECT_TRUE(m_processor->WriteResponseWithoutMuxer(request, &executor));
+    request->Release();
+    m_processor.reset();
+    ASSERT_TRUE(reading.EndsWithin(10000));
+    EXPECT_EQ(answer.size(), 262144U);
+}
+
 TEST_F(CServerProtocolProcessorTest, AFailedSendEndsTheResponseAndTheResultIsTrue) {
     m_peer->Send("big 100000000\n");
     ASSERT_TRUE(WaitUntil([&] { return m_socket->GetAvailableDataLength() == 14; }));

@@ -312,12 +312,15 @@ TEST_F(CServerThreadTest, ADescriptorThatIsNotOpenIsMinus102AndEndsTheThread) {
 TEST_F(CServerThreadTest, AConnectionThatAnotherThreadDisconnectsIsRemovedAndTheOthersGoOn) {
     const LogCapture log;
     const Client other = Connect();
+    CServerProtocolProcessor* processor = nullptr;
+    m_script.onExecute = [&](CServerProtocolProcessor* mine) { processor = mine; };
     for (int i = 0; i < 100; ++i) {
-        CServerProtocolProcessor* processor = nullptr;
-        m_script.onExecute = [&](CServerProtocolProcessor* mine) { processor = mine; };
         const Client client = Connect();
         ASSERT_TRUE(IsServed(client));
-        processor->Disconnect();
+        {
+            const std::lock_guard<std::mutex> alive(m_script.lifetime);
+            processor->Disconnect();
+        }
         EXPECT_TRUE(client.peer.HasEnded());
         ASSERT_TRUE(WaitUntil([this] { return m_script.processors == 1; }));
     }

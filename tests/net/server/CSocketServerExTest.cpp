@@ -332,6 +332,30 @@ TEST_F(CSocketServerExTest, StartOfARunningServerReplacesIt) {
     server.StopServer();
 }
 
+TEST_F(CSocketServerExTest, ClientsMayConnectWhileARunningServerIsReplaced) {
+    // The accept thread must have ended before the manager that it hands them to is gone.
+    LineServer server(&m_script);
+    ASSERT_TRUE(server.StartServer());
+    std::atomic<int> port{server.GetListeningPort()};
+    std::atomic<bool> stop{false};
+    Running connecting([&] {
+        while (!stop) {
+            const Peer peer = Peer::ConnectTo(port);
+            (void)peer.Send("bad\n");
+            (void)peer.HasEnded();
+        }
+    });
+    for (int i = 0; i < 50; ++i) {
+        const int before = m_script.created;
+        ASSERT_TRUE(WaitUntil([&] { return m_script.created > before; }));
+        ASSERT_TRUE(server.StartServer());
+        port = server.GetListeningPort();
+        EXPECT_EQ(m_script.managers, 1);
+    }
+    stop = true;
+    server.StopServer();
+}
+
 TEST_F(CSocketServerExTest, APortInUseIsFalse) {
     LineServer first(&m_script);
     ASSERT_TRUE(first.StartServer());

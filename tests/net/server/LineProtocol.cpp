@@ -171,6 +171,7 @@ LineProcessor::LineProcessor(net::CSocket* socket, com::IUnknown* param, Script*
 }
 
 LineProcessor::~LineProcessor() {
+    { const std::lock_guard<std::mutex> lock(m_script->lifetime); }
     delete m_muxer;
     delete m_executor;
     delete m_handshaker;

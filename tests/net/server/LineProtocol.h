@@ -54,6 +54,8 @@ struct Script {
     os::CEvent release{false};
     std::atomic<int> holding{0};  // executors that wait for `release`, or have waited
 
+    std::mutex lifetime;  // while it is held, no processor goes
+
     std::atomic<int> managers{0};  // alive
     std::atomic<int> threads{0};
     std::atomic<int> processors{0};

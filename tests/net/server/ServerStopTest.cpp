@@ -101,7 +101,8 @@ protected:
         const int before = *connected;
         round->helpers.push_back(std::make_unique<Running>([round, port, connected] {
             while (!round->stopped) {
-                if (Peer::ConnectTo(port).IsOpen()) {
+                const Peer peer = Peer::ConnectTo(port);
+                if (peer.IsOpen() && peer.Send("ping\n") && peer.Read(6) == ">ping\n") {
                     ++*connected;
                 }
             }

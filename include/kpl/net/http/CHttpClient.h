@@ -6,7 +6,8 @@
 
 namespace kpl::net::http {
 
-// The HTTP client of this platform: hands everything to CHttpClientAndroid. A library built without
+// The HTTP client of this platform: hands everything to CHttpClientAndroid, which says what that
+// means for threads, Java exceptions and request properties. A library built without
 // JNI headers has no implementation: Read then returns -1, Seek -3, everything else false, 0 or
 // null. One thread at a time.
 class KPL_EXPORT CHttpClient : public IHttpClient {

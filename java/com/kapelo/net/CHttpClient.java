@@ -202,9 +202,6 @@ public final class CHttpClient {
 
     // Asks for the rest from there, and only then lets go of the body that is being read.
     private boolean requestFrom(long target) throws IOException {
-        if (requestProperties.containsKey("Range")) {
-            return false; // the application reads a part of its own choice
-        }
         final HttpURLConnection next = connect(connectedUrl, target);
         boolean ready = false;
         try {

@@ -137,6 +137,7 @@ public final class TestServer {
             exchange.getResponseHeaders().set("Content-Range", "bytes 10-99/100");
             send(exchange, again ? 206 : 200, 0, again ? 90 : content.length);
         });
+        handle("/shrinks", exchange -> send(exchange, 0, content.length / requests.get()));
         server.start();
     }
 
