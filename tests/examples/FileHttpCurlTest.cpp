@@ -124,7 +124,7 @@ TEST_F(FileHttpCurlTest, WrkFindsNoFailure) {
         GTEST_SKIP() << "wrk is not installed";
     }
     Start();
-    const CommandResult result = RunCommand("wrk -t2 -c64 -d2s " + Url("/a.txt"));
+    const CommandResult result = RunCommand("wrk --timeout 20s -t2 -c64 -d2s " + Url("/a.txt"));
     EXPECT_EQ(0, result.code);
     EXPECT_NE(std::string::npos, result.output.find("Requests/sec:")) << result.output;
     EXPECT_EQ(std::string::npos, result.output.find("Socket errors")) << result.output;
