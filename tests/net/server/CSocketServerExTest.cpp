@@ -253,7 +253,8 @@ TEST_F(CSocketServerExTest, OthersAreServedWhileTheObserverLooksAtAClient) {
     LineServer server(&m_script);
     ASSERT_TRUE(server.StartServer());
     const Peer first = Peer::ConnectTo(server.GetListeningPort());
-    ASSERT_TRUE(WaitUntil([this] { return m_script.processors == 1; }));
+    ASSERT_TRUE(first.Send("served\n"));  // so that its own look is over
+    ASSERT_EQ(first.Read(8), ">served\n");
     observer.goOn = &goOn;
     server.SetObserver(&observer);
     const Peer second = Peer::ConnectTo(server.GetListeningPort());
