@@ -35,7 +35,7 @@ std::string Hash(const std::string& text) {
 std::string HashOfBits(const Bytes& data, uint64_t bits, const md5_ctx_st& start) {
     std::vector<bool> message;
     for (uint64_t i = 0; i < bits; ++i) {
-        message.push_back((data[i / 8] >> (7 - i % 8) & 1) != 0);
+        message.push_back((data[static_cast<size_t>(i / 8)] >> (7 - i % 8) & 1) != 0);
     }
     message.push_back(true);
     while (message.size() % 512 != 448) {

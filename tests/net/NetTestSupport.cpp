@@ -205,7 +205,7 @@ NoDescriptors::NoDescriptors() : m_before(0) {
 NoDescriptors::~NoDescriptors() {
     rlimit limit{};
     (void)getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = m_before;
+    limit.rlim_cur = static_cast<rlim_t>(m_before);
     (void)setrlimit(RLIMIT_NOFILE, &limit);
 }
 

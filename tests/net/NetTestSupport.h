@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <stddef.h>
+#include <stdint.h>
 
 #include <atomic>
 #include <functional>
@@ -115,7 +116,7 @@ public:
     NoDescriptors& operator=(const NoDescriptors&) = delete;
 
 private:
-    unsigned long m_before;
+    uint64_t m_before;
 };
 
 // Runs a function on a thread of its own, whose end can be waited for; the destructor waits.
