@@ -48,6 +48,11 @@ void* Payload(JSONValue* value) {
     return value + 1;
 }
 
+// Everything in a block is aligned for one.
+JSONValue* ValueAt(char* at) {
+    return std::launder(static_cast<JSONValue*>(static_cast<void*>(at)));
+}
+
 void DestroyPayload(JSONType type, void* payload) {
     switch (type) {
         case JSONType::String:
@@ -172,7 +177,7 @@ void TreeBuilder::CloseAll() {
 }
 
 JSONValue* TreeBuilder::Finish() {
-    auto* first = std::launder(reinterpret_cast<JSONValue*>(m_first->Begin()));
+    JSONValue* first = ValueAt(m_first->Begin());
     auto* root = new JSONValue;
     root->m_type = first->m_type;
     root->m_holder = JSONValue::Holder::Tree;
@@ -193,7 +198,7 @@ void TreeBuilder::Free(const JSONValue& root) {
 
 void TreeBuilder::DestroyValues(Block* block) {
     for (char* at = block->Begin(); at < block->end;) {
-        auto* value = std::launder(reinterpret_cast<JSONValue*>(at));
+        JSONValue* value = ValueAt(at);
         const JSONType type = value->m_type;
         DestroyPayload(type, Payload(value));
         at += sizeof(JSONValue) + PayloadSize(type);

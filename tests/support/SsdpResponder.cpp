@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <string.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -54,7 +55,9 @@ bool SsdpResponder::Receive(std::string* request) {
     std::lock_guard<std::mutex> lock(m_mutex);
     for (cmsghdr* at = CMSG_FIRSTHDR(&message); at != nullptr; at = CMSG_NXTHDR(&message, at)) {
         if (at->cmsg_level == IPPROTO_IP && at->cmsg_type == IP_TTL) {
-            m_hops = *reinterpret_cast<int*>(CMSG_DATA(at));
+            int hops = 0;
+            memcpy(&hops, CMSG_DATA(at), sizeof(hops));
+            m_hops = hops;
         }
     }
     m_searcher = searcher;
