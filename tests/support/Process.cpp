@@ -32,7 +32,9 @@ int CountEntries(const char* directory) {
 bool IsExiting(const std::filesystem::path& task) {
     constexpr unsigned int kExiting = 4;
     std::ifstream file(task / "stat");
-    std::string stat{std::istreambuf_iterator<char>(file), {}};
+    // A line, not an iterator, which would throw when the thread vanishes between open and read.
+    std::string stat;
+    std::getline(file, stat);
     // After the name, which may hold anything: the state, five numbers, the flags.
     const size_t nameEnd = stat.rfind(')');
     unsigned int flags = kExiting;
