@@ -3,7 +3,6 @@
 // is.
 //
 //   build/release/bin/kpl_json_bench [rounds]
-#include <sched.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -17,6 +16,7 @@
 #include <vector>
 
 #include "bench/json/Documents.h"
+#include "bench/support/Machine.h"
 #include "kpl/json/JSON.h"
 
 namespace {
@@ -68,24 +68,15 @@ void MeasureDocument(const std::string& name, const std::string& text, int round
             [&] { return peers.dump().size(); }, [&] { return std::string(written).size(); });
 }
 
-void StayOnOneCore() {
-    cpu_set_t set;
-    CPU_ZERO(&set);
-    CPU_SET(static_cast<size_t>(sched_getcpu()), &set);
-    sched_setaffinity(0, sizeof(set), &set);
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-#ifndef NDEBUG
-    puts("WARNING: this is not an optimised build; its times mean nothing.");
-#endif
     const int rounds = std::max(argc > 1 ? atoi(argv[1]) : 51, 1);
-    StayOnOneCore();
-    printf("compiler %s, nlohmann/json %d.%d.%d, sizeof(JSONValue) %zu, %d rounds on one core\n",
-           __VERSION__, NLOHMANN_JSON_VERSION_MAJOR, NLOHMANN_JSON_VERSION_MINOR,
-           NLOHMANN_JSON_VERSION_PATCH, sizeof(JSONValue), rounds);
+    kpl::bench::StayOnOneCore();
+    kpl::bench::PrintMachine();
+    printf("nlohmann/json %d.%d.%d, sizeof(JSONValue) %zu, %d rounds on one core\n",
+           NLOHMANN_JSON_VERSION_MAJOR, NLOHMANN_JSON_VERSION_MINOR, NLOHMANN_JSON_VERSION_PATCH,
+           sizeof(JSONValue), rounds);
     printf("%-24s %11s %11s %11s %7s\n", "median", "ours", "nlohmann", "raw bytes", "ratio");
     MeasureDocument("programme guide", kpl::bench::ProgrammeGuide(), rounds);
     MeasureDocument("numbers", kpl::bench::Numbers(), rounds);

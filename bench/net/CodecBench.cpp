@@ -4,20 +4,18 @@
 // with it.
 //
 //   build/release/bin/kpl_codec_bench [rounds]
-#include <sched.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/utsname.h>
 #include <time.h>
 
 #include <algorithm>
-#include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
 
 #include "bench/net/Peers.h"
+#include "bench/support/Machine.h"
 #include "kpl/net/Base64.h"
 #include "kpl/net/Md5.h"
 #include "kpl/net/Rc4.h"
@@ -155,35 +153,13 @@ private:
     std::vector<unsigned char> m_out;
 };
 
-std::string Processor() {
-    std::ifstream file("/proc/cpuinfo");
-    for (std::string line; std::getline(file, line);) {
-        if (line.rfind("model name", 0) == 0) {
-            return line.substr(line.find(':') + 2);
-        }
-    }
-    return "unknown processor";
-}
-
-void StayOnOneCore() {
-    cpu_set_t set;
-    CPU_ZERO(&set);
-    CPU_SET(static_cast<size_t>(sched_getcpu()), &set);
-    sched_setaffinity(0, sizeof(set), &set);
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-#ifndef NDEBUG
-    puts("WARNING: this is not an optimised build; its times mean nothing.");
-#endif
     const int rounds = std::max(argc > 1 ? atoi(argv[1]) : 101, 1);
-    StayOnOneCore();
-    utsname system{};
-    uname(&system);
-    printf("%s, %s %s, compiler %s\n%s; %d rounds on one core\n", Processor().c_str(),
-           system.sysname, system.release, __VERSION__, kpl::bench::PeerVersions().c_str(), rounds);
+    kpl::bench::StayOnOneCore();
+    kpl::bench::PrintMachine();
+    printf("%s; %d rounds on one core\n", kpl::bench::PeerVersions().c_str(), rounds);
     printf("%-15s %8s %15s %15s %13s %6s\n", "median", "bytes", "ours", "peer", "ours", "ratio");
     Bench(1 << 20, rounds).Run();
     Bench(64, rounds).Run();

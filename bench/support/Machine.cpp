@@ -1,5 +1,6 @@
 #include "bench/support/Machine.h"
 
+#include <sched.h>
 #include <stdio.h>
 #include <sys/utsname.h>
 
@@ -39,6 +40,13 @@ void PrintMachine() {
 #if !defined(__OPTIMIZE__)
     printf("WARNING: this build is not optimised; its numbers say nothing.\n");
 #endif
+}
+
+void StayOnOneCore() {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    CPU_SET(static_cast<size_t>(sched_getcpu()), &set);
+    sched_setaffinity(0, sizeof(set), &set);
 }
 
 }  // namespace kpl::bench
