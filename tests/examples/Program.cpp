@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <iterator>
 #include <sstream>
 
 namespace kpl::test {
@@ -27,12 +28,17 @@ int Execute(const std::string& directory, const std::string& name,
             const std::vector<std::string>& arguments) {
     Redirect(STDOUT_FILENO, directory + "/output");
     Redirect(STDERR_FILENO, directory + "/errors");
-    std::vector<char*> argv{const_cast<char*>(name.c_str())};
-    for (const std::string& argument : arguments) {
-        argv.push_back(const_cast<char*>(argument.c_str()));
+    // The words before the program: on another port than the host's, its emulator.
+    std::istringstream emulator(KPL_EMULATOR);
+    std::vector<std::string> words{std::istream_iterator<std::string>(emulator), {}};
+    words.push_back(KPL_BIN_DIR "/" + name);
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (std::string& word : words) {
+        argv.push_back(word.data());
     }
     argv.push_back(nullptr);
-    execv((KPL_BIN_DIR "/" + name).c_str(), argv.data());
+    execvp(argv[0], argv.data());
     return 127;
 }
 
