@@ -152,10 +152,7 @@ bool CSocket::IsDataAvailable(unsigned int timeout) {
     if (fd == -1) {
         return false;
     }
-    // The rest of a second is microseconds, unscaled, as everywhere; see os/WaitReadable.h.
-    timespec wait{};
-    wait.tv_sec = static_cast<time_t>(timeout / 1000);
-    wait.tv_nsec = static_cast<long>(timeout % 1000) * 1000;
+    const timespec wait = os::UnscaledTimeout(timeout);
     const int ready = os::WaitReadable(fd, timeout == 0 ? nullptr : &wait);
     if (ready < 0) {
         ForceDumpDbgMsg("CSocket::IsDataAvailable(): select failed(%d)\n", ready);

@@ -10,14 +10,6 @@ namespace {
 
 constexpr unsigned int kReadTimeout = 1000;
 
-// The remainder goes in unscaled, as everywhere. Not through a long, which may be too short.
-timespec SplitTimeout(unsigned int timeout) {
-    timespec split{};
-    split.tv_sec = static_cast<time_t>(timeout / 1000);
-    split.tv_nsec = static_cast<long>(timeout % 1000) * 1000;
-    return split;
-}
-
 }  // namespace
 
 UDPReceiver::UDPReceiver() : m_port(0), m_fd(-1) {}
@@ -41,7 +33,7 @@ bool UDPReceiver::IsDataAvailable(unsigned int timeout) {
     if (m_fd == -1) {
         return false;
     }
-    const timespec limit = SplitTimeout(timeout);
+    const timespec limit = os::UnscaledTimeout(timeout);
     const int ready = os::WaitReadable(m_fd, timeout == 0 ? nullptr : &limit);
     if (ready < 0) {
         tools::ForceDumpDbgMsg("UDPReceiver::IsDataAvailable(): ????? select failed(%d)\n", ready);

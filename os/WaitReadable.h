@@ -12,10 +12,10 @@ namespace kpl::os {
 // How long a read with a time-out of `timeoutMs` waits: `timeoutMs / 1000` seconds, and the
 // remainder as microseconds, unscaled. The sub-second part is therefore a thousand times shorter
 // than its name says; callers have always seen it like that and rely on it.
-inline timespec UnscaledTimeout(long timeoutMs) {
+inline timespec UnscaledTimeout(int64_t timeoutMs) {
     timespec timeout{};
-    timeout.tv_sec = timeoutMs / 1000;
-    timeout.tv_nsec = (timeoutMs % 1000) * 1000;
+    timeout.tv_sec = static_cast<time_t>(timeoutMs / 1000);
+    timeout.tv_nsec = static_cast<long>(timeoutMs % 1000) * 1000;
     return timeout;
 }
 
