@@ -387,12 +387,18 @@ TEST_F(IpcServerBaseTest, StartOfARunningServerStopsAcceptingFirst) {
     server.Offer(nullptr);
     ASSERT_TRUE(m_journal.WaitFor("DoAccept null"));
     LogCapture log;
+    std::atomic<bool> stopped{false};
     std::thread release([&] {
-        // The old worker is joined: it needs one more step to leave.
-        ASSERT_TRUE(log.WaitFor("IpcServerBase::StopAcceptClient(): .....\n"));
-        server.Offer(nullptr);
+        // The old worker is joined: it needs one more step to leave, after the message, which comes
+        // before the worker is told to.
+        EXPECT_TRUE(log.WaitFor("IpcServerBase::StopAcceptClient(): .....\n"));
+        EXPECT_TRUE(WaitUntil([&] {
+            server.Offer(nullptr);
+            return stopped.load();
+        }));
     });
     EXPECT_TRUE(server.Start("Bar", nullptr));
+    stopped = true;
     release.join();
     EXPECT_EQ(log.Messages(), (Messages{"IpcServerBase::StartAccetpClient(): ....\n",
                                         "IpcServerBase::StopAcceptClient(): .....\n",
