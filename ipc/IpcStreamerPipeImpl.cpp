@@ -143,6 +143,12 @@ int IpcStreamerPipeImpl::Read(char* buf, int len, int timeout) {
     }
 }
 
+bool IpcStreamerPipeImpl::WaitForData(long timeoutMs) {
+    const timespec limit = os::MsTimeout(timeoutMs);
+    return os::WaitEitherReadable(m_readDescriptor, m_breaker->Descriptor(),
+                                  timeoutMs < 0 ? nullptr : &limit) != 0;
+}
+
 int IpcStreamerPipeImpl::Write(const char* buf, int len) {
     return WriteTimed(buf, len, -1);
 }

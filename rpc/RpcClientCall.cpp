@@ -8,6 +8,7 @@
 #include "kpl/rpc/RpcClient.h"
 #include "kpl/tools/DebugLog.h"
 #include "os/Deadline.h"
+#include "rpc/ReceiveTurn.h"
 #include "rpc/WriteTurn.h"
 
 namespace kpl::rpc {
@@ -190,7 +191,7 @@ bool RpcClient::InvokeIn(CallContext* context, const char* functionName,
     }
     m_writeTurn->Give();
     if (sent) {
-        (void)context->m_resultEvent->Wait(deadline.LeftMs());
+        AwaitResult(context, deadline);
     }
     if (!EndCall(context, callbacks)) {
         return false;
@@ -270,6 +271,37 @@ void RpcClient::EndWrite(CallContext* context) {
     if (context->m_earlySize > 0) {
         PutResult(context, context->m_early, context->m_earlySize);
     }
+}
+
+// Until the call has its answer, cannot get one any more, or its time is over.
+void RpcClient::AwaitResult(CallContext* context, const os::Deadline& deadline) {
+    while (IsInFlight(context)) {
+        if (CanReceive() && m_receiveTurn->TryTake()) {
+            ReceiveFor(context, deadline);
+        } else if (!context->m_resultEvent->Wait(deadline.LeftMs())) {
+            return;
+        }
+        if (deadline.IsOver()) {
+            return;
+        }
+    }
+}
+
+// True while a call must wait; its event is then ready to be waited for.
+bool RpcClient::IsInFlight(CallContext* context) {
+    os::CAutoLock lock(&m_stateLock);
+    const bool waits = context->m_state == CallContext::State::Sent && !context->m_detached &&
+                       (!context->m_isTimed || IsAlive());
+    if (waits) {
+        context->m_resultEvent->Reset();
+    }
+    return waits;
+}
+
+// Only from FIFOs: another streamer's read has one thread, and no wait that can be ended early.
+bool RpcClient::CanReceive() const {
+    os::CAutoLock lock(&m_stateLock);
+    return dynamic_cast<ipc::IpcStreamerPipeImpl*>(m_streamer) != nullptr;
 }
 
 // Takes the call out of flight. True if it was answered; its callbacks are then registered.

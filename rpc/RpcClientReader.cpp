@@ -1,10 +1,13 @@
-// The reader thread: takes everything that the server writes.
+// Receiving: everything that the server writes is taken by one thread at a time, the reader's or
+// that of a caller that waits for its result.
 #include <string.h>
 
-#include "kpl/ipc/IpcStreamer.h"
+#include "kpl/ipc/IpcStreamerPipeImpl.h"
 #include "kpl/rpc/RpcClient.h"
 #include "kpl/tools/DebugLog.h"
+#include "os/Deadline.h"
 #include "rpc/CommandBuffer.h"
+#include "rpc/ReceiveTurn.h"
 #include "rpc/RpcCallbackHandler.h"
 
 namespace kpl::rpc {
@@ -30,18 +33,55 @@ void RpcClient::Read() {
         os::CAutoLock lock(&m_stateLock);
         streamer = m_streamer;  // stays valid: the release waits for this thread
     }
-    CommandBuffer buffer;
+    *m_received = CommandBuffer();
     DumpDbgMsg("RpcClient::ThreadProc(): .....\n");
+    m_receiveTurn->Begin();
     m_readerStarted.Set();
-    while (!m_stop && ReadOnce(streamer, &buffer)) {
+    while (m_receiveTurn->TakeAsReader()) {
+        GiveReceiveTurn(!m_stop && ReadOnce(streamer));
     }
+    m_receiveTurn->AwaitGiven();
     m_running = false;
     EndTimedCalls();
-    DumpDbgMsg("RpcClient::ThreadProc(): Done(%d).....\n", buffer.Size());
+    DumpDbgMsg("RpcClient::ThreadProc(): Done(%d).....\n", m_received->Size());
 }
 
-// One read and what it completed. False ends the thread.
-bool RpcClient::ReadOnce(ipc::IpcStreamer* streamer, CommandBuffer* buffer) {
+// What a caller does meanwhile for its result. Holding the receive turn.
+void RpcClient::ReceiveFor(CallContext* context, const os::Deadline& deadline) {
+    ipc::IpcStreamerPipeImpl* pipe = nullptr;
+    {
+        os::CAutoLock lock(&m_stateLock);
+        pipe = static_cast<ipc::IpcStreamerPipeImpl*>(m_streamer);
+    }
+    bool goesOn = true;
+    while (goesOn && IsInFlight(context)) {
+        const long leftMs = deadline.LeftMs();
+        if (leftMs >= 0 && leftMs < kReadTimeoutMs && !pipe->WaitForData(leftMs)) {
+            break;
+        }
+        goesOn = ReadOnce(pipe);
+    }
+    GiveReceiveTurn(goesOn);
+}
+
+// To the next caller that waits, or in the end to the reader, which also ends what cannot go on.
+void RpcClient::GiveReceiveTurn(bool goesOn) {
+    if (!goesOn) {
+        m_receiveTurn->End();
+    }
+    m_receiveTurn->Give();
+    os::CAutoLock lock(&m_stateLock);
+    for (const auto& entry : m_callContexts) {
+        if (entry.second->m_state == CallContext::State::Sent) {
+            entry.second->m_resultEvent->Set();
+            return;
+        }
+    }
+}
+
+// One read and what it completed. False if no further read can bring anything.
+bool RpcClient::ReadOnce(ipc::IpcStreamer* streamer) {
+    CommandBuffer* const buffer = m_received.get();
     const int received = streamer->Read(buffer->Room(), buffer->RoomSize(), kReadTimeoutMs);
     DumpDbgMsg("RpcClient::ThreadProc(): Read command done(%d).\n", received);
     if (m_stop || m_isBroken) {

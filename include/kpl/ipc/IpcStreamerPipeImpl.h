@@ -37,6 +37,10 @@ public:
     // that is nothing. Negative waits without limit.
     int WriteTimed(const char* buf, int len, long timeoutMs);
 
+    // Waits until a Read would not wait: for data, the end, or Interrupt. False after `timeoutMs`
+    // milliseconds, which are real ones, unlike those of Read; negative waits without limit.
+    bool WaitForData(long timeoutMs);
+
     // Ends every wait in this streamer, now and from now on: an Open fails, a Read without data
     // returns -2, a Write that cannot go on returns what it has written, or -1.
     // Any thread that holds a reference.

@@ -27,6 +27,7 @@ class Deadline;
 namespace kpl::rpc {
 
 class CommandBuffer;
+class ReceiveTurn;
 class WriteTurn;
 
 // Calls functions by name in a serving process. Connect once; then, on any thread: push the
@@ -201,12 +202,17 @@ private:
                                          std::vector<std::shared_ptr<void>>* proxies);
     bool WriteCall(CallContext* context, int size, const os::Deadline& deadline);
     void EndWrite(CallContext* context);
+    void AwaitResult(CallContext* context, const os::Deadline& deadline);
+    bool IsInFlight(CallContext* context);
+    bool CanReceive() const;
     bool EndCall(CallContext* context, const CallbackListPtr& callbacks);
     void StoreCallbacks(unsigned int id, const CallbackListPtr& list) KPL_REQUIRES(m_stateLock);
 
-    // The reader thread.
+    // Receiving, on the reader thread or on that of a waiting caller.
     void Read();
-    bool ReadOnce(ipc::IpcStreamer* streamer, CommandBuffer* buffer);
+    void ReceiveFor(CallContext* context, const os::Deadline& deadline);
+    bool ReadOnce(ipc::IpcStreamer* streamer);
+    void GiveReceiveTurn(bool goesOn);
     void HandleCommand(RpcCommandDemuxer* command, char* bytes);
     void DeliverResult(unsigned int id, const char* bytes, int size);
     static void PutResult(CallContext* context, const char* bytes, int size);
@@ -237,6 +243,8 @@ private:
     std::atomic<bool> m_isBroken{false};  // half a command was written: nothing can follow it
     os::CEvent m_readerStarted{false};
     const std::unique_ptr<WriteTurn> m_writeTurn;
+    const std::unique_ptr<ReceiveTurn> m_receiveTurn;
+    const std::unique_ptr<CommandBuffer> m_received;  // belongs to whoever has the receive turn
     const std::shared_ptr<ClientTag> m_tag;
 };
 
