@@ -4,8 +4,9 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <iterator>
 #include <sstream>
+
+#include "tests/support/OwnProgram.h"
 
 namespace kpl::test {
 
@@ -28,18 +29,7 @@ int Execute(const std::string& directory, const std::string& name,
             const std::vector<std::string>& arguments) {
     Redirect(STDOUT_FILENO, directory + "/output");
     Redirect(STDERR_FILENO, directory + "/errors");
-    // The words before the program: on another port than the host's, its emulator.
-    std::istringstream emulator(KPL_EMULATOR);
-    std::vector<std::string> words{std::istream_iterator<std::string>(emulator), {}};
-    words.push_back(KPL_BIN_DIR "/" + name);
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (std::string& word : words) {
-        argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
-    execvp(argv[0], argv.data());
-    return 127;
+    return BecomeProgram(KPL_BIN_DIR "/" + name, arguments);
 }
 
 }  // namespace
