@@ -46,6 +46,7 @@ public:
         CallContext(const CallContext&) = delete;
         CallContext& operator=(const CallContext&) = delete;
 
+        // Its command under way, and its result. They live as long as the context.
         RpcCommandMuxer* GetMuxer() const { return m_muxer; }
         RpcCommandDemuxer* GetDemuxer() const { return m_demuxer; }
 
