@@ -121,7 +121,7 @@ int PrintCallbacks(const Invocation& invocation, const CallOptions& options,
         if (params) {
             PrintCallback(invocation.out, *params, options.json);
             ++arrived;
-        } else if (last && client.IsAlive()) {
+        } else if (last && client.IsAlive() && !invocation.stop->IsStopped()) {
             return Fail(kNoAnswer, std::to_string(arrived) + " of " +
                                        std::to_string(options.callbacks) + " callbacks within " +
                                        std::to_string(options.timeoutMs) + " ms");
