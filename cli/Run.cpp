@@ -1,5 +1,6 @@
 #include "cli/Run.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <string.h>
 #include <unistd.h>
@@ -14,7 +15,18 @@ namespace kpl::cli {
 
 namespace {
 
-std::string Without(const CommandInfo& command, size_t words) {
+// A standard stream that is closed would become the first file that is opened, and get our
+// messages.
+void FillStandardStreams() {
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        if (fcntl(fd, F_GETFD) == -1) {
+            (void)open("/dev/null", O_RDWR);  // takes the lowest number: this one
+        }
+    }
+}
+
+// What is wrong with that many words; empty if nothing is.
+std::string FaultOfCount(const CommandInfo& command, size_t words) {
     if (words < command.minWords) {
         return std::string("something is missing: kpl-rpc ") + command.name + " " + command.words;
     }
@@ -43,7 +55,7 @@ int RunCommand(const CommandInfo& command, const std::vector<std::string>& argum
         return kOk;
     }
     if (fault.empty()) {
-        fault = Without(command, line.Words().size());
+        fault = FaultOfCount(command, line.Words().size());
     }
     if (fault.empty() && line.Has("--root") && line.Value("--root", "").empty()) {
         fault = "option '--root' needs a directory";
@@ -82,6 +94,7 @@ int Dispatch(const std::vector<std::string>& arguments, Output* out, StopSignals
 }  // namespace
 
 int Run(const std::vector<std::string>& arguments, void (*showLog)()) {
+    FillStandardStreams();
     signal(SIGPIPE, SIG_IGN);  // A reader of ours that has gone shows as EPIPE.
     StopSignals stop;
     Output out(STDOUT_FILENO, &stop);

@@ -12,12 +12,15 @@ _kpl_rpc_root() { # the directory that --root names so far, else /tmp
     echo /tmp
 }
 
-_kpl_rpc_servers() { # names of the FIFOs that servers have in the pipe root
-    local file
+# Completes names of the FIFOs that servers have in the pipe root. Anybody may make one there, so the
+# names are quoted, and never go through compgen -W, which would expand what is in them.
+_kpl_rpc_servers() {
+    local file name
     for file in "$(_kpl_rpc_root)"/?*Root; do
-        if [[ -p $file ]]; then
-            file=${file##*/}
-            echo "${file%Root}"
+        name=${file##*/}
+        name=${name%Root}
+        if [[ -p $file && $name == "$1"* ]]; then
+            COMPREPLY+=("$(printf %q "$name")")
         fi
     done
 }
@@ -67,7 +70,7 @@ _kpl_rpc() {
     words=$(_kpl_rpc_words)
     case $command:$words in
     call:0 | ping:0 | record:0 | record:1 | replay:1)
-        mapfile -t COMPREPLY < <(compgen -W "$(_kpl_rpc_servers)" -- "$current")
+        _kpl_rpc_servers "$current"
         ;;
     call:1) ;;
     call:*)

@@ -1,6 +1,8 @@
 // Help, man page and completion are written by hand; here they are held together.
 #include "cli/Help.h"
 
+#include <stdlib.h>
+
 #include <regex>
 #include <set>
 
@@ -168,6 +170,20 @@ TEST_F(HelpTest, BashCompletionNamesTheSame) {
             Between(script, std::string("\n    ") + command.name + ") options=\"", "\"");
         EXPECT_EQ(OptionNames(command), Split(line)) << command.name;
     }
+}
+
+// Whoever may write into the pipe root may choose them.
+TEST_F(HelpTest, NamesOfServersAreNotExecutedByTheCompletion) {
+    MakeFifo("Foo$(touch executed)Root");
+    MakeFifo("BarRoot");
+    const std::string script = "source " + SourcePath("cli/completion/kpl-rpc.bash") + "; cd " +
+                               m_files.Path() + "; COMP_WORDS=(kpl-rpc call --root " +
+                               m_root.Path() + " F); COMP_CWORD=4; _kpl_rpc; " +
+                               "printf '%s\\n' \"${COMPREPLY[@]}\" >names";
+    const std::string path = WriteFile("script", script);
+    EXPECT_EQ(0, system(("bash " + path).c_str()));
+    EXPECT_EQ("Foo\\$\\(touch\\ executed\\)\n", ReadWhole(m_files.Path() + "/names"));
+    EXPECT_EQ((std::vector<std::string>{"names", "script"}), m_files.Entries());
 }
 
 TEST_F(HelpTest, ZshCompletionNamesTheSame) {

@@ -123,6 +123,37 @@ TEST_F(ListTest, AConnectionThatIsBeingOpenedDoesNotNotice) {
     close(end);
 }
 
+bool IsSleeping(pid_t pid) {
+    const std::string stat = kpl::test::ReadWhole("/proc/" + std::to_string(pid) + "/stat");
+    const size_t nameEnd = stat.rfind(')');
+    return nameEnd != std::string::npos && stat.compare(nameEnd, 3, ") S") == 0;
+}
+
+// Without a descriptor it is not seen, and must be left alone all the same.
+TEST_F(ListTest, AnEndThatIsBlockedInItsOpenIsNotReleased) {
+    MakeFifo("FooRoot");
+    MakeFifo("FooServer17");
+    kpl::test::ChildProcess end([&] {
+        const int fd = open(Path("FooServer17").c_str(), O_RDONLY);
+        char byte = 0;
+        return read(fd, &byte, 1) == 1 ? 0 : 1;  // 1: a writer came and went
+    });
+    ASSERT_TRUE(kpl::test::WaitUntil([&] { return IsSleeping(end.Pid()); }, 30000));
+    const int root = open(Path("FooRoot").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ExpectList("alive   Foo, " + UserText(getpid()) + "\n  unused  connection 17\n");
+    int peer = -1;
+    EXPECT_TRUE(kpl::test::WaitUntil(
+        [&] {
+            peer = open(Path("FooServer17").c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+            return peer != -1;
+        },
+        30000));
+    EXPECT_EQ(1, write(peer, "x", 1));
+    EXPECT_EQ(0, end.Wait());
+    close(peer);
+    close(root);
+}
+
 TEST_F(ListTest, NamesDoNotReachTheTerminalAsTheyAre) {
     MakeFifo("a\033[31m\nRoot");
     ExpectList("stale   a\\x1b[31m\\n, nobody reads its Root FIFO\n");

@@ -131,6 +131,23 @@ TEST_F(RecordTest, AClientThatTheRealServerDoesNotTakeIsRefused) {
     EXPECT_EQ("#1 opened\n#1 refused by the real server\n", Dump());
 }
 
+// The file would be opened as descriptor 1 or 2, and get what is printed there.
+TEST_F(RecordTest, ClosedStandardStreamsDoNotGetIntoTheFile) {
+    const auto server = StartServer("Real");
+    kpl::test::ChildProcess recorder([&] {
+        const std::string command = "exec " KPL_EMULATOR " " KPL_BIN_DIR "/kpl-rpc record --root " +
+                                    m_root.Path() + " Public Real " + m_file + " <&- >&- 2>&-";
+        execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+        return 127;
+    });
+    ASSERT_TRUE(WaitUntil([&] { return Run({"call", "Public", "Count"}).code == 0; }, 30000));
+    ASSERT_TRUE(WaitUntil([&] { return Dump().find("closed") != std::string::npos; }, 30000));
+    recorder.Kill(SIGINT);
+    EXPECT_EQ(0, recorder.Wait());
+    EXPECT_EQ("#1 opened\n#1 > invoke 0 Count\n#1 < result 0 Count\n    int 1\n#1 closed\n",
+              Dump());
+}
+
 TEST_F(RecordTest, AServerThatIsThereIsNotReplaced) {
     const auto server = StartServer("Real");
     const auto other = StartServer("Public");
