@@ -124,9 +124,14 @@ TEST_F(ReplayTest, CallbackWordsAreNotUsed) {
     ASSERT_TRUE(muxer.Push(3) && muxer.PushBytes(kpl::rpc::RPC_PARAM_CALLBACK, words.data(), 8));
     const int size = muxer.Finish(kpl::rpc::RPC_COMMAND_INVOKE, "Notify", 0);
     WriteRecording({{EntryKind::FromClient, 1, 0, std::string(buffer, static_cast<size_t>(size))},
-                    Result(0, 3)});
+                    Result(0, 3),
+                    Invoke(1, "Count"),
+                    Result(1, 1)});
     const auto server = StartServer("Foo");
-    Expect({"replay", m_file, "Foo"}, 0, "1 calls, 0 results differ\n", "");
+    const ProgramResult result = Run({"replay", "--verbose", m_file, "Foo"});
+    EXPECT_EQ(0, result.code);
+    EXPECT_EQ("2 calls, 0 results differ\n", result.output);
+    EXPECT_EQ(std::string::npos, result.errors.find("Invalid callback proxy"));
 }
 
 TEST_F(ReplayTest, NoAnswerEndsIt) {
