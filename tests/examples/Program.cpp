@@ -27,6 +27,9 @@ void Redirect(int descriptor, const std::string& path) {
 
 int Execute(const std::string& directory, const std::string& name,
             const std::vector<std::string>& arguments) {
+    const int nothing = open("/dev/null", O_RDONLY);  // never this process's terminal
+    dup2(nothing, STDIN_FILENO);
+    close(nothing);
     Redirect(STDOUT_FILENO, directory + "/output");
     Redirect(STDERR_FILENO, directory + "/errors");
     return BecomeProgram(KPL_BIN_DIR "/" + name, arguments);
