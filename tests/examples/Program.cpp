@@ -1,6 +1,7 @@
 #include "tests/examples/Program.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -26,12 +27,17 @@ void Redirect(int descriptor, const std::string& path) {
 
 int Execute(const std::string& directory, const std::string& name,
             const std::vector<std::string>& arguments) {
+    signal(SIGINT, SIG_DFL);  // ignored in what a shell has started in the background
     Redirect(STDOUT_FILENO, directory + "/output");
     Redirect(STDERR_FILENO, directory + "/errors");
     // The words before the program: on another port than the host's, its emulator.
     std::istringstream emulator(KPL_EMULATOR);
     std::vector<std::string> words{std::istream_iterator<std::string>(emulator), {}};
-    words.push_back(KPL_BIN_DIR "/" + name);
+    if (name[0] == '/') {
+        words = {name};
+    } else {
+        words.push_back(KPL_BIN_DIR "/" + name);
+    }
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
     for (std::string& word : words) {

@@ -15,7 +15,7 @@ namespace kpl::test {
 // end. What it writes is collected.
 class Program {
 public:
-    // `name` is a file in the build's bin directory.
+    // `name` is a file in the build's bin directory, or the whole path of a script.
     Program(const std::string& name, const std::vector<std::string>& arguments);
 
     pid_t Pid() const { return m_child->Pid(); }
