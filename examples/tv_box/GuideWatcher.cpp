@@ -35,6 +35,7 @@ bool GuideWatcher::Start() {
 // Cancelled again and again: the thread may be about to begin its next wait.
 void GuideWatcher::Stop() {
     m_stop.Set();
+    m_wake->Set();
     while (!m_done.Wait(kCancelMs)) {
         CancelConnection();
     }
@@ -62,20 +63,20 @@ void GuideWatcher::Run() {
 
 // As long as the server answers.
 void GuideWatcher::Follow(GuideConnection* server) {
-    // Shared with the callback, which may still be called while the connection ends.
-    const auto started = std::make_shared<kpl::os::CEvent>(false);
     GuideView view;
     if (!AskOnce(server, &view) || !LoadSchedules(server, view) ||
-        !server->Follow([started](const guide::Programme&) { started->Set(); })) {
+        !server->Follow([wake = m_wake](const guide::Programme&) { wake->Set(); })) {
         return;
     }
     while (!m_stop.Wait(0)) {
-        started->Reset();  // before the question: a start that comes after it is asked for again
+        m_wake->Reset();  // before the question: a start that comes after it is asked for again
         if (!AskOnce(server, &view)) {
             return;
         }
         m_state->SetGuide(view);
-        started->Wait(kAskMs);
+        if (!m_stop.Wait(0)) {  // set before it wakes
+            m_wake->Wait(kAskMs);
+        }
     }
 }
 

@@ -44,6 +44,9 @@ private:
     const long m_timeoutMs;
     BoxState* const m_state;
     kpl::os::CEvent m_stop{false};
+    // A programme has started, or it is to stop. Shared with the callback, which may still be
+    // called while its connection ends.
+    const std::shared_ptr<kpl::os::CEvent> m_wake = std::make_shared<kpl::os::CEvent>(false);
     kpl::os::CEvent m_done{true};  // the thread has ended, or was not started
     kpl::os::CThread m_thread{&GuideWatcher::ThreadProc, this};
 

@@ -66,9 +66,10 @@ bool Program::WaitForOutput(const std::string& text, long timeoutMs) const {
     return WaitUntil([&] { return Output().find(text) != std::string::npos; }, timeoutMs);
 }
 
-ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& arguments) {
+ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& arguments,
+                         long timeoutMs) {
     Program program(name, arguments);
-    const int code = program.Wait();
+    const int code = program.Wait(timeoutMs);
     return {code, program.Output(), program.Errors()};
 }
 

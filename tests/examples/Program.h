@@ -43,7 +43,8 @@ struct ProgramResult {
     std::string errors;
 };
 
-ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& arguments);
+ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& arguments,
+                         long timeoutMs = 30000);
 
 // A file of the source tree.
 std::string SourcePath(const std::string& path);
