@@ -16,7 +16,7 @@ protected:
     void OnNetwork(const std::function<void(const NetHost& far)>& body) {
         OnTwoHosts("10.77.3.1/16", "10.77.3.2/16", [&](const NetHost&, const NetHost& far) {
             body(far);
-            StopWeb();
+            EndPrograms();
         });
     }
 

@@ -67,7 +67,7 @@ protected:
             "10.77.3.1/16", "10.77.3.2/16",
             [&](const NetHost&, const NetHost& far) {
                 body(far);
-                StopWeb();
+                EndPrograms();
             },
             kTestMs);
     }

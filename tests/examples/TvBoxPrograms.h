@@ -33,6 +33,12 @@ protected:
         m_web.reset();
     }
 
+    // For a forked child, which ends without destructors.
+    void EndPrograms() {
+        StopWeb();
+        m_server.reset();
+    }
+
     void StartGuide(const Arguments& more = {}) {
         StartServer(SourcePath("examples/data/guide.tsv"),
                     Join({"--start", "2026-03-14 20:30"}, more));
