@@ -1,6 +1,7 @@
 #include "tests/examples/Program.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -30,9 +31,11 @@ int Execute(const std::string& directory, const std::string& name,
     const int nothing = open("/dev/null", O_RDONLY);  // never this process's terminal
     dup2(nothing, STDIN_FILENO);
     close(nothing);
+    signal(SIGINT, SIG_DFL);  // ignored in what a shell has started in the background
     Redirect(STDOUT_FILENO, directory + "/output");
     Redirect(STDERR_FILENO, directory + "/errors");
-    return BecomeProgram(KPL_BIN_DIR "/" + name, arguments);
+    return name[0] == '/' ? BecomeScript(name, arguments)
+                          : BecomeProgram(KPL_BIN_DIR "/" + name, arguments);
 }
 
 }  // namespace
@@ -53,9 +56,10 @@ bool Program::WaitForOutput(const std::string& text, long timeoutMs) const {
     return WaitUntil([&] { return Output().find(text) != std::string::npos; }, timeoutMs);
 }
 
-ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& arguments) {
+ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& arguments,
+                         long timeoutMs) {
     Program program(name, arguments);
-    const int code = program.Wait();
+    const int code = program.Wait(timeoutMs);
     return {code, program.Output(), program.Errors()};
 }
 
