@@ -9,7 +9,7 @@
 //
 // Which system calls a run makes depends a little on how its threads meet, so a point is "call 12
 // of the connect phase", counted over all threads. Points that a run does not reach are tried
-// twice more.
+// up to four times more.
 //
 // Many cases run at once; most of their time is waiting. One that was only too slow is run once
 // more by itself, and has to be in time then.
@@ -37,11 +37,11 @@ constexpr int kQuickStallMs = 2000;
 constexpr int kFullStallMs = 10000;
 constexpr int kQuickStalls = 40;  // of each kind and side
 constexpr unsigned int kCaseLimitSeconds = 90;
-constexpr int kAttempts = 3;
+constexpr int kAttempts = 5;
 
 struct Options {
     bool full = false;
-    int jobs = 24;
+    int jobs = 32;
     std::string csv;
     std::string markdown;
     std::string only;
@@ -105,10 +105,17 @@ void RunAll(std::vector<Case>* cases, int jobs, int stallMs) {
     }
 }
 
+std::string Describe(const CaseSpec& spec) {
+    return std::string(kSideNames[static_cast<int>(spec.side)]) + "," +
+           kFaultNames[static_cast<int>(spec.fault)] + "," +
+           kPhaseNames[static_cast<int>(spec.point.phase)] + "," + std::to_string(spec.point.call) +
+           "," + (spec.point.after ? "after" : "before");
+}
+
 void RepeatSlow(std::vector<Case>* cases, int stallMs) {
     for (Case& item : *cases) {
         if (item.result->verdict == Verdict::Slow) {
-            printf("again by itself: %s\n", item.result->problem);
+            printf("again by itself: %s: %s\n", Describe(item.spec).c_str(), item.result->problem);
             std::vector<Case> one{item};
             one.front().attempts = 0;
             RunAll(&one, 1, stallMs);
@@ -186,13 +193,6 @@ std::vector<CaseSpec> AllSpecs(bool full) {
     add(Side::Client, Fault::Kill);
     add(Side::Server, Fault::Kill);
     return all;
-}
-
-std::string Describe(const CaseSpec& spec) {
-    return std::string(kSideNames[static_cast<int>(spec.side)]) + "," +
-           kFaultNames[static_cast<int>(spec.fault)] + "," +
-           kPhaseNames[static_cast<int>(spec.point.phase)] + "," + std::to_string(spec.point.call) +
-           "," + (spec.point.after ? "after" : "before");
 }
 
 const char* VerdictName(Verdict verdict) {

@@ -109,7 +109,7 @@ Victim::Victim(const std::atomic<Phase>* phase, const std::function<int()>& body
     close(go[1]);
     (void)Known(m_pid);
     pid_t tid = -1;
-    (void)WaitForStop(&tid);
+    (void)WaitForThread(&tid);
 }
 
 Victim::~Victim() {
@@ -126,37 +126,32 @@ Victim::Thread& Victim::Known(pid_t tid) {
     return thread;
 }
 
-// Waits until a thread stops. False when the process has ended.
-bool Victim::WaitForStop(pid_t* tid) {
-    while (!m_ended) {
-        int status = 0;
+// Waits until a thread stops or ends. False when the process has ended.
+bool Victim::WaitForThread(pid_t* tid) {
+    int status = 0;
+    do {
         *tid = waitpid(-m_pid, &status, __WALL);
-        if (*tid < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            m_ended = true;
-            return false;
-        }
-        if (NoteStop(*tid, status)) {
-            return true;
-        }
+    } while (*tid < 0 && errno == EINTR);
+    if (*tid < 0) {
+        m_ended = true;
+    } else {
+        Note(*tid, status);
     }
-    return false;
+    return !m_ended;
 }
 
-// False for a thread that has ended.
-bool Victim::NoteStop(pid_t tid, int status) {
+void Victim::Note(pid_t tid, int status) {
     m_syscallStop = false;
     if (WIFEXITED(status) || WIFSIGNALED(status)) {
         m_threads.erase(tid);
+        m_gone.insert(tid);
+        // One that ends inside its call has no other end of that call.
         m_pointExited = m_pointExited || tid == m_inPoint;
         if (tid == m_pid) {
             m_ended = true;
             m_result = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
         }
-        // One that ends inside its call has no other end of that call.
-        return !m_ended && tid == m_inPoint;
+        return;
     }
     Thread& thread = Known(tid);
     thread.stopped = true;
@@ -164,13 +159,15 @@ bool Victim::NoteStop(pid_t tid, int status) {
     const int event = status >> 16;
     m_syscallStop = WSTOPSIG(status) == (SIGTRAP | 0x80);
     if (event == PTRACE_EVENT_CLONE) {
+        // The new thread may not have been seen yet; or it has come and gone already.
         unsigned long child = 0;
         ptrace(PTRACE_GETEVENTMSG, tid, nullptr, &child);
-        (void)Known(static_cast<pid_t>(child));
+        if (m_gone.count(static_cast<pid_t>(child)) == 0) {
+            (void)Known(static_cast<pid_t>(child));
+        }
     } else if (event == 0 && !m_syscallStop) {
         thread.signal = WSTOPSIG(status);
     }
-    return true;
 }
 
 void Victim::Resume(pid_t tid) {
@@ -185,7 +182,7 @@ bool Victim::RunTo(const Point& point) {
     pid_t tid = m_pid;
     do {
         Resume(tid);
-        if (!WaitForStop(&tid)) {
+        if (!WaitForThread(&tid)) {
             return false;
         }
     } while (!IsAtPoint(tid, point));
@@ -219,7 +216,7 @@ bool Victim::IsAtPoint(pid_t tid, const Point& point) {
 void Victim::Kill() {
     kill(m_pid, SIGKILL);
     pid_t tid = -1;
-    while (WaitForStop(&tid)) {
+    while (WaitForThread(&tid)) {
         Resume(tid);
     }
 }
@@ -239,7 +236,7 @@ void Victim::Hold() {
         return false;
     };
     pid_t tid = -1;
-    while (running() && WaitForStop(&tid)) {
+    while (running() && WaitForThread(&tid)) {
     }
 }
 
@@ -259,7 +256,7 @@ int Victim::WaitForEnd(long timeoutMs) {
                                           if (waitpid(m_pid, &status, WNOHANG) != m_pid) {
                                               return false;
                                           }
-                                          NoteStop(m_pid, status);
+                                          Note(m_pid, status);
                                           return m_ended;
                                       },
                                       timeoutMs);

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 
 #include "tests/faults/Phase.h"
@@ -58,8 +59,8 @@ private:
         int signal = 0;  // to be delivered when it goes on
     };
 
-    bool WaitForStop(pid_t* tid);
-    bool NoteStop(pid_t tid, int status);
+    bool WaitForThread(pid_t* tid);
+    void Note(pid_t tid, int status);
     bool IsAtPoint(pid_t tid, const Point& point);
     Thread& Known(pid_t tid);
     void Resume(pid_t tid);
@@ -69,11 +70,12 @@ private:
     bool m_ended = false;
     int m_result = -1;
     std::map<pid_t, Thread> m_threads;
+    std::set<pid_t> m_gone;  // threads that have ended
     int m_threadCount = 0;
     std::array<int, kPhases> m_calls{};
     pid_t m_inPoint = -1;  // the thread inside the call after which we stop
     bool m_pointExited = false;
-    bool m_syscallStop = false;  // what WaitForStop has seen
+    bool m_syscallStop = false;  // what WaitForThread has seen
     std::string m_where;
 };
 

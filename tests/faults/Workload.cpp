@@ -4,6 +4,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <new>
@@ -58,22 +60,21 @@ void Enter(Board* board, Phase phase) {
     board->phase = phase;
 }
 
-// Waits until no FIFO of a connection is left: by then the server has noticed a client's end.
-void AwaitConnectionsGone(const char* name) {
-    char path[256] = {};
-    (void)ipc::GetPipeServerRootPath(name, path, sizeof(path));
-    std::string directory = path;
-    directory.erase(directory.rfind('/'));
-    const auto count = [&] {
-        int entries = 0;
-        std::error_code ignored;
-        for (const auto& entry : std::filesystem::directory_iterator(directory, ignored)) {
-            (void)entry;
-            ++entries;
-        }
-        return entries;
-    };
-    (void)WaitUntil([&] { return count() <= 1; }, 1000);
+int MsSince(std::chrono::steady_clock::time_point begin) {
+    return static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                std::chrono::steady_clock::now() - begin)
+                                .count());
+}
+
+int OpenDescriptorCountOf(pid_t process) {
+    int entries = 0;
+    std::error_code ignored;
+    const std::string directory = "/proc/" + std::to_string(process) + "/fd";
+    for (const auto& entry : std::filesystem::directory_iterator(directory, ignored)) {
+        (void)entry;
+        ++entries;
+    }
+    return entries;
 }
 
 // The steps of the client of a phased server. Another thread may end them: then they fail.
@@ -87,18 +88,24 @@ public:
           m_thread([this] { Run(); }) {}
     ~Steps() { m_thread.join(); }
 
-    // Disconnects, repeatedly, because a step may be about to connect.
-    void End() {
+    // Disconnects, repeatedly, because a step may be about to connect. Returns how long the longest
+    // disconnect took, -1 if the steps do not end.
+    int End() {
         m_end = true;
-        (void)WaitUntil([this] {
+        int longest = 0;
+        const bool ended = WaitUntil([&] {
+            const auto begin = std::chrono::steady_clock::now();
             m_client->Disconnect();
+            longest = std::max(longest, MsSince(begin));
             return m_done.load();
         });
+        return ended ? longest : -1;
     }
 
 private:
     void Run() {
         (void)WaitUntil([this] { return m_end || m_board->serverIsReady; });
+        m_descriptors = OpenDescriptorCountOf(m_board->serverPid);
         const bool served =
             Step(Phase::Connect,
                  [this] { return m_client->Connect(m_name, nullptr, kCallLimitMs); }) &&
@@ -121,9 +128,12 @@ private:
         return body();
     }
 
+    // With all that the server does then.
     bool Leave() {
         m_client->Disconnect();
-        AwaitConnectionsGone(m_name);
+        (void)WaitUntil(
+            [this] { return m_end || OpenDescriptorCountOf(m_board->serverPid) <= m_descriptors; },
+            1000);
         return true;
     }
 
@@ -131,6 +141,7 @@ private:
     const char* m_name;
     RpcClient* m_client;
     int m_serverControl;
+    int m_descriptors = 0;  // the server's, without a client
     std::atomic<bool> m_end{false};
     std::atomic<bool> m_done{false};
     std::thread m_thread;
@@ -162,6 +173,7 @@ int RunServer(Board* board, const char* name, int control, bool phased) {
             if (!server.Start(name, nullptr)) {
                 return kNotStarted;
             }
+            board->serverPid = getpid();
             board->serverIsReady = true;
             char byte = 0;
             (void)!read(control, &byte, 1);
@@ -204,16 +216,18 @@ int RunOrderedClient(Board* board, const char* name, int orders, int answers, in
     Steps steps(board, name, &client, serverControl);
     char order = 0;
     while (read(orders, &order, 1) == 1 && order != kOrderEnd) {
-        bool done = true;
+        int answer = -1;
         if (order == kOrderDisconnect) {
-            steps.End();
+            answer = steps.End();
         } else {
             const char* const server = order == kOrderSpare ? kSpareName : name;
-            done = ConnectAndUse(&client, server, kCallLimitMs);
+            const auto begin = std::chrono::steady_clock::now();
+            if (ConnectAndUse(&client, server, kCallLimitMs)) {
+                answer = MsSince(begin);
+            }
             client.Disconnect();
         }
-        const char answer = done ? 1 : 0;
-        (void)!write(answers, &answer, 1);
+        (void)!write(answers, &answer, sizeof(answer));
     }
     return kDone;
 }

@@ -18,6 +18,7 @@ constexpr long kStatedOpenLimitMs = 5000;
 struct Board {
     std::atomic<Phase> phase{Phase::Setup};
     std::atomic<bool> serverIsReady{false};
+    std::atomic<int> serverPid{-1};  // once it is ready
 };
 
 // The exit codes of the processes.
@@ -37,9 +38,10 @@ int RunPeer(const char* name, long connectLimitMs);
 
 // The client of a server that is to be stopped at a point: as RunPhasedClient, then connects once
 // more and lets the server stop by writing to `serverControl`. Meanwhile, and afterwards, it obeys
-// the orders that it reads; it answers each with a byte, 1 for success.
+// the orders that it reads; it answers each with the
+// milliseconds that it took, or -1 if it failed.
 enum Order : char {
-    kOrderDisconnect = 'd',  // whatever it is doing
+    kOrderDisconnect = 'd',  // whatever it is doing; the time is that of the disconnect alone
     kOrderNewServer = 'n',   // be served under the same name
     kOrderSpare = 's',       // be served by the server named kSpareName
     kOrderEnd = 'e',
