@@ -124,8 +124,7 @@ private:
     }
 
     // A stale announcement costs the time that a server gives a client to open its side. Only a
-    // connect can leave one: that of its phase, or the second one of a phased server's client,
-    // during which a call of an earlier phase may have returned.
+    // connect can leave one: that of its phase, or the second one of a phased server's client.
     int ServedLimit() const {
         const bool isConnecting = m_phase == Phase::Connect || m_phase == Phase::Setup;
         return kServedMs + (isConnecting ? static_cast<int>(kStatedOpenLimitMs) : 0);
@@ -182,7 +181,9 @@ private:
 
     const CaseSpec m_spec;
     const int m_stallMs;
-    Phase m_phase = Phase::Setup;  // when the point was reached
+    // What the client was doing when it was stopped, or had to end its steps. A call of an early
+    // phase may return, and be the point, in a later one.
+    Phase m_phase = Phase::Setup;
     CaseResult* m_result;
     TempDir m_dir;
 };
@@ -243,7 +244,6 @@ void CaseRun::RunServerCase() {
         return;
     }
     snprintf(m_result->where, sizeof(m_result->where), "%s", server.Where().c_str());
-    m_phase = board->phase;
     const Clock::time_point begin = Clock::now();
     if (m_spec.fault == Fault::Kill) {
         server.Kill();
@@ -252,6 +252,7 @@ void CaseRun::RunServerCase() {
     }
     m_result->endedMs =
         Order(kOrderDisconnect, "the client's disconnect", kStopMs, orders, answers);
+    m_phase = board->phase;
     if (m_spec.fault == Fault::Kill) {
         ReplaceServer(orders, answers);
     } else {
@@ -286,8 +287,8 @@ void CaseRun::ReplaceServer(const Pipe& orders, const Pipe& answers) {
 // After the stall the server serves again, unless it was stopping, and stops.
 void CaseRun::SitStallOut(Victim* server, const Pipe& control) {
     server->LetGo();
-    if (m_spec.point.phase != Phase::Stop) {
-        if (m_spec.point.phase == Phase::Start) {
+    if (m_phase != Phase::Stop) {
+        if (m_phase == Phase::Start) {
             char path[256] = {};
             (void)ipc::GetPipeServerRootPath(kName, path, sizeof(path));
             Expect(WaitUntil([&] { return access(path, F_OK) == 0; }), "the server did not start");
