@@ -69,6 +69,28 @@ TEST_F(FaultTest, AnRpcServerWithoutAThreadToAcceptOnCanBeStartedAgain) {
     EXPECT_TRUE(server.Stop());
 }
 
+TEST_F(FaultTest, AClientWithoutAThreadToReadOnIsNotConnected) {
+    kpl::rpc::RpcFunctionTable table;
+    table.Bind("Add", [](int a, int b) { return a + b; });
+    kpl::rpc::RpcExecutorManager::GetInstance()->RegisterExecutor(&table);
+    {
+        kpl::rpc::RpcServer server;
+        ASSERT_TRUE(server.Start("Foo", nullptr));
+        kpl::rpc::RpcClient client;
+        {
+            const AllFail noThread(FaultKind::Thread, EAGAIN);
+            EXPECT_FALSE(client.Connect("Foo", nullptr, 10000));
+            EXPECT_GT(noThread.Count(), 0);
+        }
+        EXPECT_EQ(client.GetServerName(), nullptr);
+        ASSERT_TRUE(client.Connect("Foo", nullptr, 10000));
+        EXPECT_EQ(kpl::rpc::Call<int>(client, 10000, "Add", 19, 23), 42);
+        client.Disconnect();
+        EXPECT_TRUE(server.Stop());
+    }
+    kpl::rpc::RpcExecutorManager::GetInstance()->UnregisterExecutor(&table);
+}
+
 TEST_F(FaultTest, ATcpServerWithoutAThreadToAcceptOnDoesNotStart) {
     kpl::test::Script script;
     kpl::test::LineServer server(&script);
