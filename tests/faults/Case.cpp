@@ -215,9 +215,10 @@ void CaseRun::RunClientCase() {
 void CaseRun::ServeUntilEnd(Victim* client, Server* server) {
     const Clock::time_point begin = Clock::now();
     client->Hold();
-    ServePeer();
     if (m_spec.fault == Fault::StallStop) {
         StopServer(server);
+    } else {
+        ServePeer();
     }
     RestOfStall(begin);
     client->LetGo();

@@ -11,7 +11,7 @@ enum class Side { Client, Server };
 enum class Fault {
     Kill,       // SIGKILL
     Stall,      // all its threads stand still for a while, then go on
-    StallStop,  // clients only: the server is stopped meanwhile
+    StallStop,  // clients only: the server is stopped at once meanwhile, and serves nobody else
 };
 
 constexpr const char* kSideNames[] = {"client", "server"};

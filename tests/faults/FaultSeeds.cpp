@@ -214,7 +214,11 @@ Options ParseOptions(int argc, char** argv) {
 
 }  // namespace
 
-extern "C" int __android_log_print(int, const char*, const char* format, ...) {
+// In the place of the library's own, which prints everything.
+extern "C" int __android_log_print(int priority, const char* tag, const char* format, ...)
+    __attribute__((format(printf, 3, 4)));
+
+int __android_log_print(int, const char*, const char* format, ...) {
     if (logs) {
         va_list arguments;
         va_start(arguments, format);

@@ -108,7 +108,7 @@ void Fail(uint64_t number, std::initializer_list<int> errors) {
         errno = failingError;
         return;
     }
-    const size_t choice = (number / 2) % (2 * errors.size());
+    const auto choice = static_cast<size_t>((number / 2) % (2 * errors.size()));
     errno = errors.begin()[choice < errors.size() ? choice : 0];
 }
 
@@ -218,7 +218,7 @@ int __real_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mu
                                   const timespec* deadline);
 int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
 int __real_pthread_mutex_unlock(pthread_mutex_t* mutex);
-void* __real__ZnamRKSt9nothrow_t(size_t size, const std::nothrow_t& tag);
+void* KPL_REAL_NEW(size_t size, const std::nothrow_t& tag);
 
 int __wrap_open64(const char* path, int flags, ...) {
     va_list arguments;
@@ -377,8 +377,8 @@ char* __wrap_strdup(const char* text) {
     return DrawFault(Kind::Memory) != 0 ? nullptr : __real_strdup(text);
 }
 
-void* __wrap__ZnamRKSt9nothrow_t(size_t size, const std::nothrow_t& tag) {
-    return DrawFault(Kind::Memory) != 0 ? nullptr : __real__ZnamRKSt9nothrow_t(size, tag);
+void* KPL_WRAPPED_NEW(size_t size, const std::nothrow_t& tag) {
+    return DrawFault(Kind::Memory) != 0 ? nullptr : KPL_REAL_NEW(size, tag);
 }
 
 int __wrap_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
