@@ -97,8 +97,9 @@ public:
 
     // Connects to the server of that name, after ending a connection to another. True at once when
     // already connected under that name. False for a null or empty name, when there is no such
-    // server, when it does not take the connection, and when Disconnect is called meanwhile. Waits
-    // without limit for a server that has a Root FIFO and does not answer. Any thread.
+    // server, when it does not take the connection, when no thread can be made to read from it, and
+    // when Disconnect is called meanwhile. Waits without limit for a server that has a Root FIFO and
+    // does not answer. Any thread.
     bool Connect(const char* serverName, void* param);
 
     // Connect that gives up after `timeoutMs` milliseconds; negative waits without limit.
@@ -177,8 +178,8 @@ private:
     };
 
     // Connecting and ending a connection.
-    bool ConnectLocked(const char* serverName, void* param, long timeoutMs, Released* released)
-        KPL_REQUIRES(m_lock);
+    bool ConnectLocked(const char* serverName, void* param, long timeoutMs, Released* released,
+                       Released* unfinished) KPL_REQUIRES(m_lock);
     bool ConnectIpc(const char* serverName, void* param, long timeoutMs) KPL_REQUIRES(m_lock);
     bool BeginConnect(ipc::IpcClient* ipcClient);
     bool OpenStreamer(const char* serverName, ipc::IpcStreamer* streamer);
