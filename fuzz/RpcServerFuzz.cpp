@@ -124,9 +124,9 @@ public:
         m_commands = open(toServer, O_RDWR | O_NONBLOCK | O_CLOEXEC);
         auto* const streamer =
             static_cast<IpcStreamerPipeImpl*>(IpcStreamerPipeImpl::Create("Fuzz", 1, true));
-        Require(m_results != -1 && m_commands != -1 && streamer->Open());
+        Require(m_results != -1 && m_commands != -1);
         m_streamer = streamer;
-        m_connection = new RpcConnection(this, "Fuzz", streamer, kPatienceMs);
+        m_connection = new RpcConnection(this, "Fuzz", streamer, kPatienceMs, kPatienceMs);
         Require(m_connection->Run());
     }
     ~Connection() override {
