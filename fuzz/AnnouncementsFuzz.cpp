@@ -168,6 +168,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Require(mayForge || server.Found() == clients.Announced());
     constexpr uint32_t kAlone = 0x7ffffff0;
     server.Deliver(Bytes(kAlone, 0));
-    Require(!server.Found().empty() && server.Found().back() == kAlone);
+    // What foreign bytes have forged may be found once more behind it.
+    const std::vector<uint32_t>& found = server.Found();
+    Require(std::find(found.begin(), found.end(), kAlone) != found.end());
     return 0;
 }

@@ -128,6 +128,9 @@ public:
         m_streamer = streamer;
         m_connection = new RpcConnection(this, "Fuzz", streamer, kPatienceMs, kPatienceMs);
         Require(m_connection->Run());
+        while (m_connection->GetState() == RpcConnection::State::Opening) {
+            sched_yield();
+        }
     }
     ~Connection() override {
         close(m_results);
