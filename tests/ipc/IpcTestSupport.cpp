@@ -4,10 +4,9 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <fstream>
-
 #include "kpl/ipc/PipePath.h"
 #include "tests/support/Process.h"
+#include "tests/support/ThreadState.h"
 
 namespace kpl::test {
 
@@ -153,14 +152,7 @@ void WatchedThread::Join() {
 }
 
 void WatchedThread::WaitUntilBlocked() {
-    (void)WaitUntil([this] {
-        std::ifstream stat("/proc/self/task/" + std::to_string(m_tid) + "/stat");
-        std::string number;
-        std::string command;
-        std::string state;
-        stat >> number >> command >> state;
-        return m_ended || state == "S";
-    });
+    (void)WaitUntilAsleep(m_tid, [this] { return m_ended.load(); });
 }
 
 ipc::IpcStreamerPipeImpl* NewStreamer(const char* name, int id, bool isServer) {
