@@ -1,10 +1,9 @@
 // Splits any bytes into lines, from memory and from a file, beside a splitter that copies.
 #include <android/log.h>
-#include <fcntl.h>
 #include <stddef.h>
 #include <stdint.h>
-#include <stdio.h>
 #include <stdlib.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <string>
@@ -54,12 +53,11 @@ Lines All(kpl::parser::LineParser* parser) {
     return lines;
 }
 
-// One file for all of this process's inputs; it has no name any more.
+// One file for all of this process's inputs, in memory.
 int File() {
     static const int descriptor = [] {
-        char path[] = "/tmp/kpl_lines_fuzz_XXXXXX";
-        const int made = mkstemp(path);
-        Require(made != -1 && unlink(path) == 0);
+        const int made = memfd_create("lines", MFD_CLOEXEC);
+        Require(made != -1);
         return made;
     }();
     return descriptor;

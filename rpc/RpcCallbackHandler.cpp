@@ -21,6 +21,7 @@ bool RpcClient::CallbackHandler::Post(const char* bytes, int size) {
     char* const copy = new char[static_cast<size_t>(size)];
     memcpy(copy, bytes, static_cast<size_t>(size));
     m_queue.Post({copy, size});
+    // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): the queue's entry owns it.
     return true;
 }
 

@@ -21,6 +21,7 @@ LIMITS = {
     "threads": (0.25, 12),
     "files": (0.25, 40),
 }
+POINTS = 250
 UNITS = {"rss_kib": "resident KiB", "pss_kib": "proportional KiB", "files": "files in its folder"}
 
 
@@ -72,8 +73,8 @@ def panel(name, values, warm_up, x, y, width, height):
 
 
 def thinned(values):
-    """At most 600 points: of each stretch its largest value."""
-    step = max(1, len(values) // 600)
+    """A few hundred points: of each stretch its largest value."""
+    step = max(1, len(values) // POINTS)
     return [max(values[i : i + step]) for i in range(0, len(values), step)]
 
 
@@ -84,7 +85,7 @@ def draw(series, warm_up, seconds, path):
     for name, values in series.items():
         process, metric = name.split(".", 1)
         column, row = processes.index(process), list(LIMITS).index(metric)
-        step = max(1, len(values) // 600)
+        step = max(1, len(values) // POINTS)
         parts.append(
             panel(name, thinned(values), warm_up // step, left + column * (width + 70),
                   top + row * (height + 35), width, height)
