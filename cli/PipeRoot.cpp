@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "cli/Directory.h"
 #include "cli/Text.h"
@@ -60,6 +61,7 @@ std::vector<FifoUser> ConnectionEntry::Users() const {
         }
     }
     std::vector<FifoUser> list;
+    list.reserve(users.size());
     for (const auto& [pid, user] : users) {
         list.push_back(user);
     }
@@ -82,11 +84,13 @@ int ScanPipeRoot(const std::string& directory, std::map<std::string, ServerEntry
     const OpenFifos open = OpenFifos::Look();
     std::vector<std::pair<FifoName, std::string>> connections;
     for (const std::string& name : names) {
+        std::string path = directory;
+        path.append("/").append(name);
         const std::optional<FifoName> parsed = ParseFifoName(name);
         if (parsed && parsed->connection >= 0) {
-            connections.emplace_back(*parsed, directory + "/" + name);
+            connections.emplace_back(*parsed, std::move(path));
         } else if (parsed) {
-            FifoEntry root = LookAtFifo(directory + "/" + name, open, Probe::Yes);
+            FifoEntry root = LookAtFifo(path, open, Probe::Yes);
             if (root.state != FifoState::Gone) {
                 (*servers)[parsed->server].root = std::move(root);
             }
