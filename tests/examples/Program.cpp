@@ -5,8 +5,9 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <iterator>
 #include <sstream>
+
+#include "tests/support/OwnProgram.h"
 
 namespace kpl::test {
 
@@ -30,21 +31,17 @@ int Execute(const std::string& directory, const std::string& name,
     signal(SIGINT, SIG_DFL);  // ignored in what a shell has started in the background
     Redirect(STDOUT_FILENO, directory + "/output");
     Redirect(STDERR_FILENO, directory + "/errors");
-    // The words before the program: on another port than the host's, its emulator.
-    std::istringstream emulator(KPL_EMULATOR);
-    std::vector<std::string> words{std::istream_iterator<std::string>(emulator), {}};
-    if (name[0] == '/') {
-        words = {name};
-    } else {
-        words.push_back(KPL_BIN_DIR "/" + name);
+    if (name[0] != '/') {
+        return BecomeProgram(KPL_BIN_DIR "/" + name, arguments);
     }
+    std::vector<std::string> words{name};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
     for (std::string& word : words) {
         argv.push_back(word.data());
     }
     argv.push_back(nullptr);
-    execvp(argv[0], argv.data());
+    execv(argv[0], argv.data());
     return 127;
 }
 
