@@ -47,7 +47,9 @@ protected:
 
     // The command, with a directory of its own for what it makes.
     Arguments Command(const Arguments& arguments) const {
-        return Join({"TMPDIR=" + m_temporary.Path(), SourcePath("examples/tv_box/run")}, arguments);
+        return Join({"TMPDIR=" + m_temporary.Path(), "KPL_EMULATOR=" KPL_EMULATOR,
+                     SourcePath("examples/tv_box/run")},
+                    arguments);
     }
 
     ProgramResult RunToEnd(const Arguments& arguments) const {
@@ -72,14 +74,15 @@ protected:
             const pid_t pid = atoi(entry.path().filename().c_str());
             const std::string stat = pid > 0 ? ReadFile(entry.path().string() + "/stat") : "";
             // "12 (name) S 11": the parent stands behind the state.
-            const size_t begin = stat.find('(');
             const size_t end = stat.rfind(')');
             if (end == std::string::npos || atoi(stat.c_str() + end + 4) != m_run->Pid()) {
                 continue;
             }
-            const std::string name = stat.substr(begin + 1, end - begin - 1);
-            if (std::find(kPrograms.begin(), kPrograms.end(), name) != kPrograms.end()) {
-                children[name] = pid;
+            const std::string command = ReadFile(entry.path().string() + "/cmdline");
+            for (const std::string& name : kPrograms) {
+                if (command.find("/" + name + '\0') != std::string::npos) {
+                    children[name] = pid;
+                }
             }
         }
         return children;
