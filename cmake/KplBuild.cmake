@@ -19,5 +19,10 @@ if(KPL_SANITIZE)
   add_link_options(-fsanitize=${KPL_SANITIZE})
   if(KPL_SANITIZE MATCHES "undefined")
     add_compile_options(-fno-sanitize-recover=all)
+    if(NOT KPL_SANITIZE MATCHES "address")
+      # Its check of virtual calls opens descriptors. Tests that leave none can see the address sanitizer
+      # and skip themselves, but not this one alone.
+      add_compile_options(-fno-sanitize=vptr)
+    endif()
   endif()
 endif()

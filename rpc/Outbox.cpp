@@ -43,6 +43,7 @@ bool Outbox::Queue(const char* bytes, int size) {
     m_queuedBytes += size;
     m_sent.Reset();
     m_queue.Post({copy, size});
+    // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): the queue's entry owns it.
     return m_queue.HasWorker();
 }
 

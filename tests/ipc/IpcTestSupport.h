@@ -41,10 +41,6 @@ private:
     int m_threads = 0;
 };
 
-// For tests of what happens once in a process. True in a process that has run nothing else;
-// otherwise runs the current test in such a one, expects that it passes, and returns false.
-bool RunsInFreshProcess();
-
 // Sends `text` and waits until it has come back.
 bool EchoWorks(ipc::IpcStreamer* streamer, const std::string& text);
 bool EchoWorks(const RawConnection& connection, const std::string& text);
@@ -92,13 +88,13 @@ public:
     ~WatchedThread() { Join(); }
     void Join();
 
-    // Waits until the thread sleeps in the kernel; it may have ended too.
+    // Waits until the thread is blocked in the kernel; it may have ended too.
     void WaitUntilBlocked();
     bool HasEnded() const { return m_ended; }
     pthread_t Handle() { return m_thread.native_handle(); }
 
 private:
-    std::atomic<pid_t> m_tid{0};
+    std::atomic<int> m_tid{0};
     std::atomic<bool> m_ended{false};
     std::thread m_thread;
 };
@@ -114,7 +110,7 @@ long MsOf(Function function) {
 }
 
 // What "promptly" means: far below any time limit, far above a busy machine's hiccups.
-constexpr long kPromptMs = 2000;
+constexpr long kPromptMs = 4000;
 
 // Two ends of one connection, both open.
 class StreamerPair {

@@ -11,11 +11,11 @@
 
 #include <algorithm>
 #include <chrono>
-#include <fstream>
 #include <utility>
 #include <vector>
 
 #include "tests/support/Process.h"
+#include "tests/support/ThreadState.h"
 
 namespace kpl::test {
 
@@ -221,17 +221,7 @@ Running::~Running() {
 }
 
 bool Running::WaitUntilBlocked() {
-    return WaitUntil([this] { return HasEnded() || ThreadState(m_tid) == 'S'; });
-}
-
-char ThreadState(int tid) {
-    std::ifstream file("/proc/self/task/" + std::to_string(tid) + "/stat");
-    std::string line;
-    if (tid == 0 || !std::getline(file, line)) {
-        return 0;
-    }
-    const size_t name = line.rfind(')');
-    return name == std::string::npos || name + 2 >= line.size() ? '\0' : line[name + 2];
+    return WaitUntilAsleep(m_tid, [this] { return HasEnded(); });
 }
 
 long MsOf(const std::function<void()>& function) {

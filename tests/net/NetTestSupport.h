@@ -130,7 +130,7 @@ public:
     bool EndsWithin(long timeoutMs) { return m_ended.Wait(timeoutMs); }
     bool HasEnded() { return m_ended.Wait(0); }
 
-    // Waits until the thread sleeps in the kernel, or has ended.
+    // Waits until the thread is blocked in the kernel, or has ended.
     bool WaitUntilBlocked();
     pthread_t Handle() { return m_thread.native_handle(); }
 
@@ -142,9 +142,6 @@ private:
 
 // Milliseconds that `function` takes.
 long MsOf(const std::function<void()>& function);
-
-// The state of a thread of this process, 'S' when it sleeps; 0 if there is none.
-char ThreadState(int tid);
 
 }  // namespace kpl::test
 
