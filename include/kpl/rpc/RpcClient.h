@@ -100,8 +100,8 @@ public:
     // Connects to the server of that name, after ending a connection to another. True at once when
     // already connected under that name. False for a null or empty name, when there is no such
     // server, when it does not take the connection, when no thread can be made to read from it, and
-    // when Disconnect is called meanwhile. Waits without limit for a server that has a Root FIFO and
-    // does not answer. Any thread.
+    // when Disconnect is called meanwhile. Waits without limit for a server that has a Root FIFO
+    // and does not answer. Any thread.
     bool Connect(const char* serverName, void* param);
 
     // Connect that gives up after `timeoutMs` milliseconds; negative waits without limit.
