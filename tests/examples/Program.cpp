@@ -28,21 +28,14 @@ void Redirect(int descriptor, const std::string& path) {
 
 int Execute(const std::string& directory, const std::string& name,
             const std::vector<std::string>& arguments) {
+    const int nothing = open("/dev/null", O_RDONLY);  // never this process's terminal
+    dup2(nothing, STDIN_FILENO);
+    close(nothing);
     signal(SIGINT, SIG_DFL);  // ignored in what a shell has started in the background
     Redirect(STDOUT_FILENO, directory + "/output");
     Redirect(STDERR_FILENO, directory + "/errors");
-    if (name[0] != '/') {
-        return BecomeProgram(KPL_BIN_DIR "/" + name, arguments);
-    }
-    std::vector<std::string> words{name};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (std::string& word : words) {
-        argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
-    execv(argv[0], argv.data());
-    return 127;
+    return name[0] == '/' ? BecomeScript(name, arguments)
+                          : BecomeProgram(KPL_BIN_DIR "/" + name, arguments);
 }
 
 }  // namespace

@@ -24,6 +24,18 @@ std::vector<std::string> CommandWords(const std::string& path) {
     return words;
 }
 
+int Become(std::vector<std::string> words, const std::vector<std::string>& arguments) {
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    argv.reserve(words.size() + 1);
+    for (std::string& word : words) {
+        argv.push_back(word.data());
+    }
+    argv.push_back(nullptr);
+    execvp(argv[0], argv.data());
+    return 127;
+}
+
 int RunCurrentTestAgain() {
     const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
     const std::string filter =
@@ -37,16 +49,11 @@ int RunCurrentTestAgain() {
 }  // namespace
 
 int BecomeProgram(const std::string& path, const std::vector<std::string>& arguments) {
-    std::vector<std::string> words = CommandWords(path);
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    argv.reserve(words.size() + 1);
-    for (std::string& word : words) {
-        argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
-    execvp(argv[0], argv.data());
-    return 127;
+    return Become(CommandWords(path), arguments);
+}
+
+int BecomeScript(const std::string& path, const std::vector<std::string>& arguments) {
+    return Become({path}, arguments);
 }
 
 std::string ShellCommand(const std::string& path) {

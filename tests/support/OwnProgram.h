@@ -11,6 +11,9 @@ namespace kpl::test {
 // Becomes the program at `path`, which gets `arguments`. Returns 127 if it cannot.
 int BecomeProgram(const std::string& path, const std::vector<std::string>& arguments);
 
+// The same for a script, which needs no emulator.
+int BecomeScript(const std::string& path, const std::vector<std::string>& arguments);
+
 // What a shell is told to start the program at `path`; arguments may follow.
 std::string ShellCommand(const std::string& path);
 

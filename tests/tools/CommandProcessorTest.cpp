@@ -175,6 +175,19 @@ TEST(CommandQueueTest, WithANullProcessorCommandsPileUpAndNoThreadStarts) {
     EXPECT_FALSE(queue.IsFull());
 }
 
+TEST(CommandQueueTest, HasAWorkerFromTheFirstPostToTheStop) {
+    Recorder recorder;
+    CommandQueue<int> queue(&recorder);
+    EXPECT_FALSE(queue.HasWorker());
+    queue.Post(1);
+    EXPECT_TRUE(queue.HasWorker());
+    queue.Stop();
+    EXPECT_FALSE(queue.HasWorker());
+    CommandQueue<int> idle(nullptr);
+    idle.Post(1);
+    EXPECT_FALSE(idle.HasWorker());
+}
+
 TEST(CommandQueueTest, WithALimitOfTwoAThirdPostBlocksUntilTheWorkerHasPoppedOne) {
     Gated gated;
     CommandQueue<int> queue(&gated);

@@ -44,6 +44,7 @@ enum RpcParamType : int {
 // only sees two words that mean nothing to it and travel back unchanged.
 class KPL_EXPORT RpcCallbackContext {
 public:
+    // What is called, on the client's callback thread; `demuxer` has the callback command.
     using Function = void (*)(void* proxy, RpcCommandDemuxer* demuxer);
 
     // Both null.
