@@ -38,13 +38,14 @@ protected:
     PipeRoot root;
     LogCapture log{LogCapture::Debug::Off};
     ScriptedServer server{"S"};
+    // What callbacks use lives longer than the client, whose destructor waits for them.
+    kpl::os::CEvent release{false};
+    std::atomic<int> ran{0};
     RpcClient client;
 };
 
 TEST_F(HostileServerTest, CallbacksWithoutEndDoNotFillTheClientsMemory) {
     ASSERT_TRUE(client.Connect("S", nullptr, 10000) && server.AwaitClient());
-    kpl::os::CEvent release(false);
-    std::atomic<int> ran{0};
     std::thread caller([&] {
         (void)Call<int>(client, 20000, "Listen", [&](int, const char*) {
             ++ran;
@@ -74,7 +75,6 @@ TEST_F(HostileServerTest, CallbacksWithoutEndDoNotFillTheClientsMemory) {
 
 TEST_F(HostileServerTest, FewerCallbacksThanThatAllRun) {
     ASSERT_TRUE(client.Connect("S", nullptr, 10000) && server.AwaitClient());
-    std::atomic<int> ran{0};
     std::thread caller(
         [&] { (void)Call<int>(client, 20000, "Listen", [&](int, const char*) { ++ran; }); });
     const unsigned int id = server.ReadId();
@@ -112,7 +112,6 @@ TEST_F(HostileServerTest, ASilentServerCostsACallItsTimeLimit) {
 
 TEST_F(HostileServerTest, ResultsAndCallbacksOfOtherCallsReachNobody) {
     ASSERT_TRUE(client.Connect("S", nullptr, 10000) && server.AwaitClient());
-    std::atomic<int> ran{0};
     std::optional<int> answer;
     std::thread caller([&] { answer = Call<int>(client, 60000, "Listen", [&](int) { ++ran; }); });
     const unsigned int id = server.ReadId();
