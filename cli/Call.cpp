@@ -126,7 +126,7 @@ int PrintCallbacks(const Invocation& invocation, const CallOptions& options,
                                        std::to_string(options.callbacks) + " callbacks within " +
                                        std::to_string(options.timeoutMs) + " ms");
         } else if (last) {
-            return FailedCall(invocation, client, options.server, options.timeoutMs);
+            return FailedCall(invocation, client, limit, options.server, options.timeoutMs);
         } else {
             (void)AwaitCallback(invocation, *sink, limit.LeftMs());
         }
@@ -145,7 +145,7 @@ int CallAndPrint(const Invocation& invocation, const CallOptions& options, rpc::
                           : nullptr;
     if (!PushArguments(client, options, sink) ||
         !client->Invoke(options.function.c_str(), limit.LeftMs())) {
-        return FailedCall(invocation, *client, options.server, options.timeoutMs);
+        return FailedCall(invocation, *client, limit, options.server, options.timeoutMs);
     }
     const Params result = ReadParams(*client->GetCommandDemuxer(), 0);
     PrintResult(invocation.out, result, options.json);

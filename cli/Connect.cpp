@@ -5,6 +5,7 @@
 #include <limits.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include "cli/ExitCode.h"
@@ -14,10 +15,28 @@
 
 namespace kpl::cli {
 
+namespace {
+
+// A server that has just started makes its FIFO a moment before it reads it.
+int OpenRead(const std::string& path) {
+    constexpr long kPatienceMs = 500;
+    constexpr timespec kPause = {0, 5000000};
+    const TimeLimit limit(kPatienceMs);
+    for (;;) {
+        const int descriptor = open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        if (descriptor != -1 || errno != ENXIO || limit.LeftMs() == 0) {
+            return descriptor;
+        }
+        nanosleep(&kPause, nullptr);
+    }
+}
+
+}  // namespace
+
 RootProbe::RootProbe(const std::string& directory, const std::string& server) : m_descriptor(-1) {
     const std::string path = directory + "/" + server + "Root";
     const std::string name = "server '" + Printable(server) + "'";
-    m_descriptor = open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    m_descriptor = OpenRead(path);
     struct stat status {};
     if (m_descriptor != -1 && (fstat(m_descriptor, &status) != 0 || !S_ISFIFO(status.st_mode))) {
         close(m_descriptor);
@@ -66,23 +85,30 @@ int Connect(const Invocation& invocation, rpc::RpcClient* client, const std::str
     if (invocation.stop->IsStopped()) {
         return Interrupted(invocation);
     }
+    const TimeLimit limit(timeoutMs);
     if (client->Connect(server.c_str(), nullptr, timeoutMs)) {
         return kOk;
     }
     if (invocation.stop->IsStopped()) {
         return Interrupted(invocation);
     }
+    if (limit.IsFarOff()) {
+        return Fail(kGone, "server '" + Printable(server) +
+                               "' did not take the connection; `kpl-rpc list " + directory +
+                               "` shows whether it is still there");
+    }
     return Fail(kNoAnswer, "server '" + Printable(server) +
                                "' did not take the connection within " + std::to_string(timeoutMs) +
                                " ms; it may hang, or be busy opening another one");
 }
 
-int FailedCall(const Invocation& invocation, const rpc::RpcClient& client,
+int FailedCall(const Invocation& invocation, const rpc::RpcClient& client, const TimeLimit& limit,
                const std::string& server, long timeoutMs) {
     if (invocation.stop->IsStopped()) {
         return Interrupted(invocation);
     }
-    if (!client.IsAlive()) {
+    // The end of the stream may not have been read yet where a write has failed already.
+    if (!client.IsAlive() || limit.IsFarOff()) {
         return Fail(kGone, "server '" + Printable(server) + "' went away; `kpl-rpc list " +
                                RootOf(invocation) + "` shows whether it is back");
     }

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "cli/Command.h"
+#include "cli/TimeLimit.h"
 
 namespace kpl::rpc {
 class RpcClient;
@@ -37,8 +38,8 @@ std::string FaultOfName(const std::string& directory, const std::string& server)
 int Connect(const Invocation& invocation, rpc::RpcClient* client, const std::string& server,
             long timeoutMs);
 
-// Why a call got no result: says it and returns the code.
-int FailedCall(const Invocation& invocation, const rpc::RpcClient& client,
+// Why a call got no result within `limit`: says it and returns the code.
+int FailedCall(const Invocation& invocation, const rpc::RpcClient& client, const TimeLimit& limit,
                const std::string& server, long timeoutMs);
 
 // The value of --root.

@@ -158,12 +158,13 @@ int Replayer::Call(const Step& step) {
     if (connected != kOk) {
         return connected;
     }
+    const TimeLimit limit(m_timeoutMs);
     if (!PushArguments(client.get(), step.arguments) ||
         !client->Invoke(step.function.c_str(), m_timeoutMs)) {
         m_invocation.out->Print("#" + std::to_string(step.connection) + " invoke " +
                                 std::to_string(step.id) + " " + Printable(step.function) +
                                 " was not answered\n");
-        return FailedCall(m_invocation, *client, m_server, m_timeoutMs);
+        return FailedCall(m_invocation, *client, limit, m_server, m_timeoutMs);
     }
     ++m_calls;
     Compare(step, ReadParams(*client->GetCommandDemuxer(), 0));

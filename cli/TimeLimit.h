@@ -19,6 +19,10 @@ public:
             0L, static_cast<long>(std::chrono::ceil<std::chrono::milliseconds>(left).count()));
     }
 
+    // Whether what has failed within this limit did so for another reason. Waits count whole
+    // milliseconds, each on its own, so the end of the limit is not sharp.
+    bool IsFarOff() const { return LeftMs() > 20; }
+
 private:
     std::chrono::steady_clock::time_point m_end;
 };

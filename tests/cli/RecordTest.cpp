@@ -17,6 +17,7 @@ protected:
     std::unique_ptr<Program> StartRecorder() const {
         auto recorder = Start({"record", "Public", "Real", m_file});
         EXPECT_TRUE(recorder->WaitForOutput("Ctrl-C stops\n")) << recorder->Errors();
+        AwaitReader("Public");
         return recorder;
     }
 

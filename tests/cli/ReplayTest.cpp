@@ -19,6 +19,7 @@ protected:
         const auto server = StartServer("Real");
         const auto recorder = Start({"record", "Public", "Real", m_file});
         ASSERT_TRUE(recorder->WaitForOutput("Ctrl-C stops\n")) << recorder->Errors();
+        AwaitReader("Public");
         for (const Words& call : calls) {
             Words words = {"call", "Public"};
             words.insert(words.end(), call.begin(), call.end());

@@ -24,8 +24,12 @@ bool HasReader(const std::string& fifo) {
 std::unique_ptr<Program> ToolTest::StartServer(const std::string& name) const {
     auto server = std::make_unique<Program>("cli_test_server", Words{m_root.Path(), name});
     EXPECT_TRUE(server->WaitForOutput("ready")) << server->Errors();
-    EXPECT_TRUE(WaitUntil([&] { return HasReader(Path(name + "Root")); }, 30000));
+    AwaitReader(name);
     return server;
+}
+
+void ToolTest::AwaitReader(const std::string& name) const {
+    EXPECT_TRUE(WaitUntil([&] { return HasReader(Path(name + "Root")); }, 30000));
 }
 
 ToolTest::Words ToolTest::WithRoot(const Words& words) const {

@@ -20,6 +20,9 @@ protected:
     // A server of that name; it has read its Root FIFO when this returns.
     std::unique_ptr<Program> StartServer(const std::string& name) const;
 
+    // Waits until the server that has made its FIFO also reads it.
+    void AwaitReader(const std::string& name) const;
+
     // Runs the tool to its end, with "--root" of the pipe root behind the command's name.
     ProgramResult Run(const Words& words) const;
     std::unique_ptr<Program> Start(const Words& words) const;
