@@ -65,7 +65,7 @@ int RunClient(unsigned int seed, const char* name) {
                     (void)guide.NowAndNext();
                     break;
             }
-            std::this_thread::sleep_for(milliseconds(dice.Throw(0, 60)));
+            std::this_thread::sleep_for(milliseconds(dice.Throw(0, 60)));  // allow-sleep: the load
         }
     }
     return 0;
@@ -143,7 +143,7 @@ int RunAll(char** argv) {
         clients.erase(std::remove_if(clients.begin(), clients.end(),
                                      [](Client& client) { return !client.Watch(); }),
                       clients.end());
-        std::this_thread::sleep_for(milliseconds(50));
+        std::this_thread::sleep_for(milliseconds(50));  // allow-sleep: the load
     }
     for (const Client& client : clients) {
         client.End();

@@ -89,7 +89,7 @@ int main(int argc, char** argv) {
             const ssize_t sent = send(client.socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
             (sent < 0 ? refused : count) += 1;
         }
-        std::this_thread::sleep_for(milliseconds(20));
+        std::this_thread::sleep_for(milliseconds(20));  // allow-sleep: the load
     }
     printf("soak_http_clients: %d stalled, %d found nobody\n", count, refused);
     return 0;

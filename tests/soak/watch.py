@@ -42,7 +42,7 @@ def main():
     with open(csv, "w") as out:
         print("second," + ",".join(f"{name}.{m}" for name, _, _ in watched for m in metrics), file=out)
         for second in range(seconds + 1):
-            time.sleep(max(0.0, begin + second - time.monotonic()))
+            time.sleep(max(0.0, begin + second - time.monotonic()))  # allow-sleep: a sample a second
             row = [second]
             for name, pid, folder in watched:
                 try:
