@@ -152,7 +152,9 @@ std::optional<Param> ParseArgument(const std::string& text, std::string* fault) 
         }
         std::optional<std::string> bytes = known.parse(value);
         if (!bytes) {
-            *fault = "'" + value + "' is no " + type + ", or does not fit into one";
+            *fault = "'";
+            fault->append(value).append("' is no ").append(type);
+            fault->append(", or does not fit into one");
             return std::nullopt;
         }
         return Param{known.code, std::move(*bytes)};
