@@ -209,14 +209,15 @@ TEST_F(TvBoxRunTest, AGuideAtAnAddressIsFetchedByJava) {
     ExpectCleanEnd(SIGINT);
 }
 
-#endif  // KPL_JAVA_CLASSES
-
-TEST_F(TvBoxRunTest, WithoutJavaAGuideAtAnAddressIsReplacedByTheFile) {
+// The machine starts there too, and finds no class.
+TEST_F(TvBoxRunTest, WithoutTheClassAGuideAtAnAddressIsReplacedByTheFile) {
     Start({"--guide", "http://127.0.0.1:9/guide.tsv", "--java", m_temporary.Path()});
     const Json state = Json::parse(HttpClient(m_port).Fetch("/api/state").body);
     EXPECT_NE(std::string::npos, std::string(state["source"]).find("examples/data/guide.tsv"));
     EXPECT_NE(std::string::npos, m_run->Errors().find("guide_fetch: http://127.0.0.1:9/guide.tsv"));
     ExpectCleanEnd(SIGINT);
 }
+
+#endif  // KPL_JAVA_CLASSES
 
 }  // namespace
