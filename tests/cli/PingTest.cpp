@@ -48,6 +48,8 @@ TEST_F(PingTest, CtrlCEndsItWithTheStatistics) {
 TEST_F(PingTest, ABusyServerIsLoss) {
     const auto server = StartServer("Foo");
     const auto busy = Start({"call", "Foo", "Hang"});
+    // Clients that begin in one millisecond would take the same id.
+    ASSERT_TRUE(kpl::test::WaitUntil([&] { return m_root.Entries().size() == 3; }, 30000));
     ASSERT_TRUE(kpl::test::WaitUntil(
         [&] {
             const ProgramResult probe = Run({"ping", "Foo", "-c", "1", "--timeout", "200"});
