@@ -1,7 +1,7 @@
 // Requests per second of an echo protocol on the library's TCP server, beside an epoll loop that
 // does nothing but echo.
 //
-//   server_bench [rounds]
+//   tcp_bench [rounds]
 //
 // Both servers are processes of their own and take turns within every round, so that whatever
 // disturbs the machine disturbs both; the medians over the rounds are compared.
@@ -128,7 +128,7 @@ void Compare(const Server& epoll, const Server& frame, int connections, int roun
 int main(int argc, char** argv) {
     const int rounds = argc > 1 ? atoi(argv[1]) : 5;
     if (rounds < 1) {
-        fprintf(stderr, "usage: server_bench [rounds]\n");
+        fprintf(stderr, "usage: tcp_bench [rounds]\n");
         return 2;
     }
     setvbuf(stdout, nullptr, _IOLBF, 0);

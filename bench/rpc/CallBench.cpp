@@ -1,7 +1,7 @@
 // The round trip of a typed call between two processes, beside a raw FIFO ping-pong of the same
 // sizes; then what several threads get out of one client.
 //
-//   rpc_bench [rounds]
+//   call_bench [rounds]
 //
 // The contenders take turns within every round, so that whatever disturbs the machine disturbs all
 // of them; the medians over the rounds are compared.
@@ -274,7 +274,7 @@ Sizes SizesOfAdd() {
 int main(int argc, char** argv) {
     const int rounds = argc > 1 ? atoi(argv[1]) : 20;
     if (rounds < 1) {
-        fprintf(stderr, "usage: rpc_bench [rounds]\n");
+        fprintf(stderr, "usage: call_bench [rounds]\n");
         return 2;
     }
     setvbuf(stdout, nullptr, _IOLBF, 0);
