@@ -11,3 +11,12 @@ else()
   find_package(GTest REQUIRED)
 endif()
 include(GoogleTest)
+
+# The words before a program of this build: on another port than the host's, its emulator.
+list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " kpl_emulator)
+
+# After so many seconds a test hangs. An emulator on a busy host takes its time.
+set(kpl_test_timeout 120)
+if(CMAKE_CROSSCOMPILING_EMULATOR)
+  set(kpl_test_timeout 600)
+endif()

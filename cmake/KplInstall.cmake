@@ -1,24 +1,28 @@
-# Installed: the library, the public headers, a CMake package and a pkg-config file.
+# Installed, in two components: Runtime, the shared library that programs need to run; Development, what
+# they are built with: the public headers, a CMake package, a pkg-config file, the Java class.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS KplFramework EXPORT KplFrameworkTargets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Runtime NAMELINK_COMPONENT Development
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Development)
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/kpl" DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
-  FILES_MATCHING PATTERN "*.h")
+  COMPONENT Development FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/java" DESTINATION ${CMAKE_INSTALL_DATADIR}/KplFramework
+  COMPONENT Development FILES_MATCHING PATTERN "*.java")
 install(EXPORT KplFrameworkTargets NAMESPACE KplFramework::
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/KplFramework)
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/KplFramework COMPONENT Development)
 
 configure_package_config_file(
   "${PROJECT_SOURCE_DIR}/cmake/KplFrameworkConfig.cmake.in"
   "${PROJECT_BINARY_DIR}/KplFrameworkConfig.cmake"
-  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/KplFramework)
+  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/KplFramework
+  PATH_VARS CMAKE_INSTALL_BINDIR CMAKE_INSTALL_DATADIR)
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/KplFrameworkConfigVersion.cmake"
   COMPATIBILITY SameMajorVersion)
 install(FILES
   "${PROJECT_BINARY_DIR}/KplFrameworkConfig.cmake"
   "${PROJECT_BINARY_DIR}/KplFrameworkConfigVersion.cmake"
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/KplFramework)
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/KplFramework COMPONENT Development)
 
 # The prefix is found from where the file lies, so that a moved or staged tree works too.
 if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
@@ -42,4 +46,4 @@ endif()
 configure_file("${PROJECT_SOURCE_DIR}/cmake/KplFramework.pc.in"
   "${PROJECT_BINARY_DIR}/KplFramework.pc" @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/KplFramework.pc"
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)

@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <string.h>
 #include <strings.h>
+#include <sys/types.h>
 
 #include <algorithm>
 
@@ -66,11 +67,11 @@ int SeekRemote(IHttpClient* client, long long offset, int whence) {
 }
 
 int LocalSize(FILE* file) {
-    const long before = ftell(file);
-    fseek(file, 0, SEEK_END);
-    const long size = ftell(file);
-    fseek(file, before, SEEK_SET);
-    // Where long has 32 bits, ftell itself fails with -1 on such a size.
+    // Not ftell and fseek: where long has 32 bits they lose a position above 2 GiB.
+    const off_t before = ftello(file);
+    fseeko(file, 0, SEEK_END);
+    const off_t size = ftello(file);
+    fseeko(file, before, SEEK_SET);
     return size <= INT_MAX ? static_cast<int>(size) : -1;
 }
 

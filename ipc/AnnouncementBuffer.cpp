@@ -15,6 +15,9 @@ namespace {
 
 constexpr int kHeaderSize = static_cast<int>(sizeof(Announcement));
 
+// What a FIFO holds unless somebody enlarges it, so the most that one read brings.
+constexpr int kFifoCapacity = 0x10000;
+
 }  // namespace
 
 AnnouncementBuffer::AnnouncementBuffer() : m_buffer(new char[kSize]()) {}
@@ -27,9 +30,10 @@ void AnnouncementBuffer::Clear() {
 
 // Bytes are read to the parse offset, where bytes that could not be parsed still stand: they are
 // overwritten, and only their count stays. So a header split across two reads is not put together
-// again, and the next one is looked for at the start of what was read last.
+// again, and the next one is looked for at the start of what was read last. Counts of foreign bytes
+// add up; with less room than a whole FIFO a read could end inside somebody's announcement.
 char* AnnouncementBuffer::Room() {
-    if (RoomSize() <= 0) {
+    if (RoomSize() < kFifoCapacity) {
         Clear();
     }
     return m_buffer.get() + m_offset;

@@ -19,7 +19,8 @@ public:
 
     AnnouncementBuffer();
 
-    // Where the next bytes go, and how many fit. A buffer without room is emptied first.
+    // Where the next bytes go, and how many fit. A buffer without room for all that a FIFO may hold
+    // is emptied first.
     char* Room();
     int RoomSize() const;
 

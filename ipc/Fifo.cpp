@@ -30,10 +30,11 @@ private:
     long m_next = 50;
 };
 
+// Never through a symbolic link: in a shared directory anybody may have put it there.
 int OpenThroughSignals(const char* path, int flags) {
     int fd = -1;
     do {
-        fd = open(path, flags | O_CLOEXEC);
+        fd = open(path, flags | O_CLOEXEC | O_NOFOLLOW);
     } while (fd == -1 && errno == EINTR);
     return fd;
 }
@@ -80,7 +81,7 @@ bool HasWriterOrData(int fd) {
 bool IsStillAt(int fd, const char* path) {
     struct stat opened {};
     struct stat named {};
-    return fstat(fd, &opened) == 0 && stat(path, &named) == 0 && IsSameFile(opened, named);
+    return fstat(fd, &opened) == 0 && lstat(path, &named) == 0 && IsSameFile(opened, named);
 }
 
 // False when the limit was reached, or the FIFO was removed: nobody can come any more.
@@ -179,7 +180,7 @@ void MakeFifo(const char* path) {
 
 bool IsFifo(const char* path) {
     struct stat status {};
-    return stat(path, &status) == 0 && S_ISFIFO(status.st_mode);
+    return lstat(path, &status) == 0 && S_ISFIFO(status.st_mode);
 }
 
 int OpenFifoForWriting(const char* path, const WaitLimit& limit) {

@@ -22,7 +22,8 @@ public:
         }
     }
 
-    void StartAccepting() {
+    // False if there is no thread for it.
+    bool StartAccepting() {
         DumpDbgMsg("IpcServerBase::StartAccetpClient(): ....\n");
         if (m_queue != nullptr) {
             StopAccepting();
@@ -30,6 +31,7 @@ public:
         m_queue = new tools::CommandQueue<int>(this);
         m_queue->Post(0);
         DumpDbgMsg("IpcServerBase::StartAccetpClient(): Done.\n");
+        return m_queue->HasWorker();
     }
 
     void StopAccepting() {
@@ -89,7 +91,11 @@ bool IpcServerBase::Start(const char* name, void* param) {
         return false;
     }
     NotifyOpened(name);
-    m_impl->StartAccepting();
+    if (!m_impl->StartAccepting()) {
+        // Clients would find the Root FIFO and wait for ever.
+        (void)Stop();
+        return false;
+    }
     return true;
 }
 

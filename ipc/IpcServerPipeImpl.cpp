@@ -69,6 +69,7 @@ private:
     IpcStreamer* AcceptPending();
     IpcStreamer* AcceptReceived();
     int ReadRoot();
+    void RenewRoot(bool atOnce);
     IpcStreamer* ParseBufferData(int received);
     IpcStreamer* CreateStreamerByCommand(const Announcement& header);
     bool MakeWayFor(uint32_t id) KPL_REQUIRES(m_lock);
@@ -257,17 +258,24 @@ IpcStreamer* IpcServerPipeImpl::PrivateImpl::AcceptReceived() {
     if (received > 0) {
         return ParseBufferData(received);
     }
-    if (received == 0) {
-        m_nextRoot = OpenFifoReader(m_rootPath);
-    } else {
-        (void)os::WaitReadable(m_breaker.Descriptor(), &kPauseAfterError);
-    }
-    if (m_root != -1) {
-        close(m_root);
-        m_root = -1;
-    }
+    RenewRoot(received == 0);
     DumpDbgMsg("IpcServerPipeImpl::DoAccept(): Done.....\n");
     return nullptr;
+}
+
+// Without a new descriptor the old one stays: a client may have written into the FIFO by now.
+void IpcServerPipeImpl::PrivateImpl::RenewRoot(bool atOnce) {
+    m_nextRoot = atOnce ? OpenFifoReader(m_rootPath) : -1;
+    if (m_nextRoot == -1) {
+        (void)os::WaitReadable(m_breaker.Descriptor(), &kPauseAfterError);
+        m_nextRoot = OpenFifoReader(m_rootPath);
+    }
+    if (m_nextRoot == -1) {
+        m_nextRoot = m_root;
+    } else if (m_root != -1) {
+        close(m_root);
+    }
+    m_root = -1;
 }
 
 // Returns the bytes read, 0 at end of file, -1 on an error or when a stop came.

@@ -78,12 +78,14 @@ bool IpcStreamerPipeImpl::OpenDescriptors() {
     if (m_isServer) {
         m_writeDescriptor = OpenFifoForWriting(m_writePath, limit);
         if (m_writeDescriptor != -1) {
+            m_hasMetPeer = true;
             limit.WatchPeer(m_writeDescriptor);
             m_readDescriptor = OpenFifoForReading(m_readPath, limit);
         }
     } else {
         m_readDescriptor = OpenFifoForReading(m_readPath, limit);
         if (m_readDescriptor != -1) {
+            m_hasMetPeer = true;
             limit.WatchPeer(m_readDescriptor);
             m_writeDescriptor = OpenFifoForWriting(m_writePath, limit);
         }

@@ -36,6 +36,10 @@ void IpcStreamerRefCnt::Close() {
     }
 }
 
+void IpcStreamerRefCnt::Hold() {
+    ++m_refCount;
+}
+
 int IpcStreamerRefCnt::DropReference() {
     uint32_t count = m_refCount.load();
     do {

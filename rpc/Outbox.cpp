@@ -43,13 +43,15 @@ bool Outbox::Queue(const char* bytes, int size) {
     m_queuedBytes += size;
     m_sent.Reset();
     m_queue.Post({copy, size});
-    return true;
+    // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): the queue's entry owns it.
+    return m_queue.HasWorker();
 }
 
 void Outbox::GiveUp() {
     if (!m_isGivenUp) {
         m_isGivenUp = true;
         m_streamer->Interrupt();
+        m_sent.Set();  // What is queued may have no thread to drop it before the end.
     }
 }
 

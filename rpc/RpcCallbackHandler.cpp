@@ -13,10 +13,16 @@ RpcClient::CallbackHandler::~CallbackHandler() {
     m_queue.Stop();  // While this object can still take the drained commands back.
 }
 
-void RpcClient::CallbackHandler::Post(const char* bytes, int size) {
+bool RpcClient::CallbackHandler::Post(const char* bytes, int size) {
+    if (m_queuedBytes > kMaxQueuedBytes - size) {
+        return false;
+    }
+    m_queuedBytes += size;
     char* const copy = new char[static_cast<size_t>(size)];
     memcpy(copy, bytes, static_cast<size_t>(size));
     m_queue.Post({copy, size});
+    // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): the queue's entry owns it.
+    return true;
 }
 
 bool RpcClient::CallbackHandler::Execute(CallbackContext command) {
@@ -29,6 +35,7 @@ bool RpcClient::CallbackHandler::Execute(CallbackContext command) {
 
 void RpcClient::CallbackHandler::OnCommandDone(CallbackContext command) {
     delete[] command.data;
+    m_queuedBytes -= command.size;
 }
 
 void RpcClient::RunCallback(RpcCommandDemuxer* command) {

@@ -74,16 +74,17 @@ bool RpcClient::Connect(const char* serverName, void* param) {
 
 bool RpcClient::Connect(const char* serverName, void* param, long timeoutMs) {
     Released released;
+    Released unfinished;
     os::CAutoLock lock(m_lock);
     DumpDbgMsg("RpcClient::Connect(): ...\n");
     if (serverName == nullptr || serverName[0] == '\0') {
         return false;
     }
-    return ConnectLocked(serverName, param, timeoutMs, &released);
+    return ConnectLocked(serverName, param, timeoutMs, &released, &unfinished);
 }
 
 bool RpcClient::ConnectLocked(const char* serverName, void* param, long timeoutMs,
-                              Released* released) {
+                              Released* released, Released* unfinished) {
     {
         os::CAutoLock lock(&m_stateLock);
         if (m_serverName != nullptr && strcmp(m_serverName, serverName) == 0) {
@@ -92,7 +93,12 @@ bool RpcClient::ConnectLocked(const char* serverName, void* param, long timeoutM
         }
     }
     ReleaseLocked(released);
-    if (!ConnectIpc(serverName, param, timeoutMs) || !StartReader()) {
+    if (!ConnectIpc(serverName, param, timeoutMs)) {
+        return false;
+    }
+    if (!StartReader()) {
+        // Or a further Connect under that name would say true.
+        ReleaseLocked(unfinished);
         return false;
     }
     DumpDbgMsg("RpcClient::Connect(): Done...\n");

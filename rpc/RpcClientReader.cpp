@@ -99,6 +99,9 @@ bool RpcClient::ReadOnce(ipc::IpcStreamer* streamer) {
         const int size = command.GetSize();
         HandleCommand(&command, buffer->Front());
         buffer->Consume(size);
+        if (m_isBroken) {
+            return false;
+        }
     }
     buffer->Compact();
     if (buffer->Size() > 0) {
@@ -111,7 +114,10 @@ bool RpcClient::ReadOnce(ipc::IpcStreamer* streamer) {
 void RpcClient::HandleCommand(RpcCommandDemuxer* command, char* bytes) {
     switch (command->GetCommandType()) {
         case RPC_COMMAND_CALLBACK:
-            m_callbackHandler->Post(bytes, command->GetSize());
+            if (!m_callbackHandler->Post(bytes, command->GetSize())) {
+                ForceDumpDbgMsg("RpcClient: ????? Too many callbacks wait. Give the server up\n");
+                m_isBroken = true;
+            }
             break;
         case RPC_COMMAND_RESULT:
             DumpDbgMsg("RpcClient::ThreadProc(): Demuxed ID(%d), Return(%d).\n",

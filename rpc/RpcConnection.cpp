@@ -18,13 +18,17 @@ constexpr int kReadTimeoutMs = 1000;
 }  // namespace
 
 RpcConnection::RpcConnection(RpcConnectionOwner* owner, const char* serverName,
-                             ipc::IpcStreamerPipeImpl* streamer, long writeTimeoutMs)
+                             ipc::IpcStreamerPipeImpl* streamer, long openTimeoutMs,
+                             long writeTimeoutMs)
     : m_owner(owner),
       m_serverName(serverName),
       m_id(streamer->GetId()),
       m_streamer(streamer),
+      m_openTimeoutMs(openTimeoutMs),
       m_outbox(streamer, writeTimeoutMs),
-      m_thread(&RpcConnection::ThreadProc, this) {}
+      m_thread(&RpcConnection::ThreadProc, this) {
+    m_streamer->Hold();
+}
 
 bool RpcConnection::Run() {
     AddRef();
@@ -39,17 +43,48 @@ void RpcConnection::End() {
     m_isEnding = true;
     // The streamer is given up only after this lock was taken.
     os::CAutoLock lock(&m_lock);
-    if (m_isOpen) {
+    if (m_state != State::Ended) {
         m_streamer->Interrupt();
     }
 }
 
+RpcConnection::State RpcConnection::GetState() {
+    os::CAutoLock lock(&m_lock);
+    return m_state;
+}
+
+bool RpcConnection::HasMetClient() {
+    os::CAutoLock lock(&m_lock);
+    return m_state != State::Opening || m_streamer->HasMetPeer();
+}
+
+bool RpcConnection::GiveUpOpening() {
+    os::CAutoLock lock(&m_lock);
+    if (m_state != State::Opening) {
+        return false;
+    }
+    m_isEnding = true;
+    m_streamer->Interrupt();
+    return true;
+}
+
 void RpcConnection::ThreadProc(void* self) {
     auto* connection = static_cast<RpcConnection*>(self);
-    connection->Serve();
+    if (connection->Open()) {
+        connection->Serve();
+    }
     connection->CloseStreamer();
     connection->m_owner->ConnectionEnded(connection);
     connection->m_ended.Set();
+}
+
+bool RpcConnection::Open() {
+    if (!m_streamer->OpenWithin(m_openTimeoutMs)) {
+        return false;
+    }
+    os::CAutoLock lock(&m_lock);
+    m_state = State::Open;
+    return true;
 }
 
 void RpcConnection::Serve() {
@@ -133,9 +168,14 @@ std::string RpcConnection::GetFunctionName() {
 // accept step removes its FIFOs.
 void RpcConnection::CloseStreamer() {
     m_outbox.Stop();
+    bool wasOpen = false;
     {
         os::CAutoLock lock(&m_lock);
-        m_isOpen = false;
+        wasOpen = m_state == State::Open;
+        m_state = State::Ended;
+    }
+    if (wasOpen) {
+        m_streamer->Close();  // what Open has added
     }
     m_streamer->Close();
     ipc::WakeAcceptStep(m_serverName.c_str());

@@ -31,16 +31,32 @@ protected:
 // Executors know it as their RpcCallback and may keep it when the client has long gone.
 class RpcConnection : public RpcCallback {
 public:
-    // Takes over the caller's use of the open streamer: its Close is the connection's. One
-    // reference is the creator's.
+    // Holds the streamer, which its thread opens; a client that does not come within
+    // `openTimeoutMs` is given up. One reference is the creator's.
     RpcConnection(RpcConnectionOwner* owner, const char* serverName,
-                  ipc::IpcStreamerPipeImpl* streamer, long writeTimeoutMs);
+                  ipc::IpcStreamerPipeImpl* streamer, long openTimeoutMs, long writeTimeoutMs);
 
     // Starts the thread, which holds a reference of its own. False if there is none to be had.
     bool Run();
 
-    // Closes the streamer of a connection that does not run.
+    // Gives the streamer of a connection that does not run back.
     void Abort() { CloseStreamer(); }
+
+    // How far the two sides have come.
+    enum class State {
+        Opening,  // the client has announced itself, and is waited for
+        Open,
+        Ended,
+    };
+    // Any thread with a reference.
+    State GetState();
+
+    // Whether a client has been seen at all. Any thread with a reference.
+    bool HasMetClient();
+
+    // Ends a connection that is not open yet; its end comes at once. False if it is open or ended.
+    // Any thread with a reference.
+    bool GiveUpOpening();
 
     // Makes the thread end as soon as its executor has returned. Any thread, before Join.
     void End();
@@ -64,6 +80,7 @@ private:
     ~RpcConnection() override = default;
 
     static void ThreadProc(void* self);
+    bool Open();
     void Serve();
     bool ServeCommands();
     bool ServeInvoke(RpcCommandDemuxer* command);
@@ -75,7 +92,8 @@ private:
     RpcConnectionOwner* const m_owner;
     const std::string m_serverName;
     const int m_id;
-    ipc::IpcStreamerPipeImpl* const m_streamer;  // ours until CloseStreamer
+    ipc::IpcStreamerPipeImpl* const m_streamer;  // held until CloseStreamer
+    const long m_openTimeoutMs;
     Outbox m_outbox;
     os::CThread m_thread;
     os::CEvent m_ended{false};
@@ -83,7 +101,7 @@ private:
     std::atomic<bool> m_isEnding{false};
 
     os::CCritSec m_lock;
-    bool m_isOpen KPL_GUARDED_BY(m_lock) = true;
+    State m_state KPL_GUARDED_BY(m_lock) = State::Opening;
     std::string m_functionName KPL_GUARDED_BY(m_lock);
 
     // The thread's own.

@@ -19,6 +19,10 @@ namespace {
 constexpr int kDefaultTimeoutMs = 5000;
 constexpr long kSilentStopMs = 1000;
 
+// How many announced clients are waited for at a time, each on a thread. One more costs the place
+// of the oldest that has shown no sign of life.
+constexpr size_t kMaxOpening = 64;
+
 // Joins the threads of ended connections, which they cannot do themselves.
 class Reaper : private tools::CommandProcessor<RpcConnection*> {
 public:
@@ -43,11 +47,10 @@ private:
 }  // namespace
 
 // Who waits where, and who wakes whom:
-//   accept thread   in ClientAccepted, for a client to open its side: the client, the time limit,
-//   or
-//                   Refuse, which interrupts the streamer.
-//   connection      in its read: its client, or End, which interrupts the streamer. In an executor,
-//                   or for the registry's lock: only the executors end that. For its outbox: the
+//   accept thread   in ClientAccepted, for the end of a connection that makes room: at once.
+//   connection      in its open, for the client: the client, the time limit, or End, which
+//                   interrupts the streamer. In its read: its client, or End. In an executor, or
+//                   for the registry's lock: only the executors end that. For its outbox: the
 //                   client, the time limit, or End.
 //   Stop            for the accept thread, then for each connection's end, then for the reaper.
 // The lock guards the lists and flags and is held for no wait and no call of an executor.
@@ -64,9 +67,8 @@ public:
     std::atomic<int> openTimeoutMs{kDefaultTimeoutMs};
 
 private:
-    bool BeginOpening(ipc::IpcStreamerPipeImpl* streamer);
-    bool EndOpening(bool opened);
-    bool AddConnection(ipc::IpcStreamerPipeImpl* streamer);
+    void MakeRoom();
+    RpcConnection* ChooseHopeless() KPL_REQUIRES(m_lock);
     void Refuse();
     std::vector<RpcConnection*> HoldConnections();
     void ConnectionEnded(RpcConnection* connection) override;
@@ -75,8 +77,7 @@ private:
 
     mutable os::CCritSec m_lock;
     bool m_isAdmitting KPL_GUARDED_BY(m_lock) = true;
-    ipc::IpcStreamerPipeImpl* m_opening KPL_GUARDED_BY(m_lock) = nullptr;
-    std::vector<RpcConnection*> m_connections KPL_GUARDED_BY(m_lock);
+    std::vector<RpcConnection*> m_connections KPL_GUARDED_BY(m_lock);  // in order of announcement
     std::unique_ptr<Reaper> m_reaper KPL_GUARDED_BY(m_lock);
 };
 
@@ -113,40 +114,13 @@ void RpcServer::PrivateImpl::Admit() {
 void RpcServer::PrivateImpl::Refuse() {
     os::CAutoLock lock(&m_lock);
     m_isAdmitting = false;
-    if (m_opening != nullptr) {
-        m_opening->Interrupt();
-    }
 }
 
+// The client is waited for on the connection's thread: one that never comes holds up nobody.
 bool RpcServer::PrivateImpl::Accept(ipc::IpcStreamerPipeImpl* streamer) {
-    if (!BeginOpening(streamer)) {
-        return false;
-    }
-    const bool opened = streamer->OpenWithin(openTimeoutMs);
-    const bool admitted = EndOpening(opened);
-    if (opened && !admitted) {
-        streamer->Close();
-    }
-    return admitted && AddConnection(streamer);
-}
-
-bool RpcServer::PrivateImpl::BeginOpening(ipc::IpcStreamerPipeImpl* streamer) {
-    os::CAutoLock lock(&m_lock);
-    if (m_isAdmitting) {
-        m_opening = streamer;
-    }
-    return m_isAdmitting;
-}
-
-bool RpcServer::PrivateImpl::EndOpening(bool opened) {
-    os::CAutoLock lock(&m_lock);
-    m_opening = nullptr;
-    return opened && m_isAdmitting;
-}
-
-bool RpcServer::PrivateImpl::AddConnection(ipc::IpcStreamerPipeImpl* streamer) {
+    MakeRoom();
     auto* const connection =
-        new RpcConnection(this, streamer->GetServerName(), streamer, writeTimeoutMs);
+        new RpcConnection(this, streamer->GetServerName(), streamer, openTimeoutMs, writeTimeoutMs);
     os::CAutoLock lock(&m_lock);
     // The thread starts under the lock: it cannot end, and leave the list, before it stands in it.
     const bool runs = m_isAdmitting && connection->Run();
@@ -157,6 +131,41 @@ bool RpcServer::PrivateImpl::AddConnection(ipc::IpcStreamerPipeImpl* streamer) {
     }
     connection->Release();
     return runs;
+}
+
+// Ends a connection if as many as may are being opened, and waits for that end: whoever announces
+// clients faster than threads end is slowed down.
+void RpcServer::PrivateImpl::MakeRoom() {
+    RpcConnection* hopeless = nullptr;
+    {
+        os::CAutoLock lock(&m_lock);
+        hopeless = ChooseHopeless();
+        if (hopeless != nullptr) {
+            hopeless->AddRef();
+        }
+    }
+    if (hopeless != nullptr) {
+        if (hopeless->GiveUpOpening()) {
+            (void)hopeless->WaitForEnd(-1);
+        }
+        hopeless->Release();
+    }
+}
+
+// Of those that are being opened the oldest whose client nobody has seen, else the oldest; null
+// while there is room.
+RpcConnection* RpcServer::PrivateImpl::ChooseHopeless() {
+    RpcConnection* oldest = nullptr;
+    RpcConnection* unseen = nullptr;
+    size_t count = 0;
+    for (RpcConnection* connection : m_connections) {
+        if (connection->GetState() == RpcConnection::State::Opening) {
+            ++count;
+            oldest = oldest == nullptr ? connection : oldest;
+            unseen = unseen == nullptr && !connection->HasMetClient() ? connection : unseen;
+        }
+    }
+    return count < kMaxOpening ? nullptr : unseen != nullptr ? unseen : oldest;
 }
 
 void RpcServer::PrivateImpl::ConnectionEnded(RpcConnection* connection) {
@@ -202,7 +211,10 @@ void RpcServer::PrivateImpl::EndConnections() {
 
 int RpcServer::PrivateImpl::Count() const {
     os::CAutoLock lock(&m_lock);
-    return static_cast<int>(m_connections.size());
+    return static_cast<int>(
+        std::count_if(m_connections.begin(), m_connections.end(), [](RpcConnection* connection) {
+            return connection->GetState() == RpcConnection::State::Open;
+        }));
 }
 
 RpcServer::RpcServer() : m_impl(new PrivateImpl) {}

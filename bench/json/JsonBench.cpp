@@ -2,7 +2,7 @@
 // take turns on one core, round by round; printed are the medians and how many times faster ours
 // is.
 //
-//   build/release/bin/kpl_json_bench [rounds]
+//   json_bench [rounds]
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>

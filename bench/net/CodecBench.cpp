@@ -3,7 +3,7 @@
 // ours is. Our Base64 comes in a string of its own; its peer is measured without that string and
 // with it.
 //
-//   build/release/bin/kpl_codec_bench [rounds]
+//   codec_bench [rounds]
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>

@@ -4,9 +4,8 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "FetchFault.h"
 #include "JavaMachine.h"
-#include "kpl/io/CFile.h"
-#include "kpl/net/http/CHttpClient.h"
 #include "kpl/parser/LineParser.h"
 
 namespace {
@@ -16,27 +15,10 @@ int Fail(const char* path, const char* why) {
     return 1;
 }
 
-// Why no lines came: what could not be done first is what is reported.
-int Explain(const char* path) {
-    kpl::io::CFile file;
-    if (!file.Open(path)) {
-        return Fail(path, "cannot be opened");
-    }
-    unsigned char byte = 0;
-    if (file.Read(&byte, 1) > 0) {
-        return Fail(path, file.GetFileSize() < 1 ? "has no known length" : "has no lines");
-    }
-    // A local file reads 0 bytes, an address that nobody can fetch gives an error.
-    if (file.Read(&byte, 1) < 0 && !kpl::net::http::CHttpClient().Open(path)) {
-        return Fail(path, "an address needs the Java bridge, and this process has no Java machine");
-    }
-    return Fail(path, "is empty or cannot be read");
-}
-
 int PrintLines(const char* path) {
     kpl::parser::LineParser lines;
     if (!lines.SetContent(path)) {
-        return Explain(path);
+        return Fail(path, WhyNoLines(path).c_str());
     }
     for (unsigned int i = 0; lines[i] != nullptr; ++i) {
         printf("%6u  %s\n", i + 1, lines[i]);

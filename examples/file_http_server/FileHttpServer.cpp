@@ -1,5 +1,8 @@
 #include "FileHttpServer.h"
 
+#include <memory>
+
+#include "FileResponse.h"
 #include "HttpProcessor.h"
 #include "kpl/net/server/CServerThread.h"
 #include "kpl/net/server/CServerThreadManager.h"
@@ -17,7 +20,8 @@ public:
 private:
     CServerProtocolProcessor* CreateProtocolProcessor(int fd, kpl::net::CSocket* socket,
                                                       kpl::com::IUnknown*) override {
-        return new HttpProcessor(fd, socket, m_options.folder, m_options.sendTimeoutMs);
+        return new HttpProcessor(fd, socket, std::make_unique<FileResponse>(m_options.folder),
+                                 m_options.sendTimeoutMs);
     }
 
     const FileHttpOptions& m_options;

@@ -5,13 +5,13 @@
 
 #include "FolderPath.h"
 #include "HttpRequest.h"
-#include "kpl/net/server/IProtocol.h"
+#include "HttpResponse.h"
 
 namespace file_http {
 
 // Answers requests with the files of a folder: a head first, then, unless only that was asked for,
 // the file's bytes.
-class FileResponse : public kpl::net::server::IProtocolExecutor {
+class FileResponse : public HttpResponse {
 public:
     // See OpenInFolder. Outlives this object.
     explicit FileResponse(const std::string& folder);
@@ -25,9 +25,8 @@ public:
     int ReadResponse(char* buffer, int size) override;
     void EndResponse() override;
 
-    // How much of the response has not been read. Something is left at the end of a file that has
-    // become shorter than the head said.
-    long long BytesLeft() const;
+    // Something is left at the end of a file that has become shorter than the head said.
+    long long BytesLeft() const override;
 
 private:
     void Begin(const HttpRequest& request);

@@ -6,7 +6,7 @@
 #include <sys/time.h>
 
 #include <algorithm>
-#include <memory>
+#include <utility>
 
 #include "HttpRequest.h"
 
@@ -23,9 +23,12 @@ constexpr int kMaxIgnored = 1000;
 
 }  // namespace
 
-HttpProcessor::HttpProcessor(int fd, kpl::net::CSocket* socket, const std::string& folder,
-                             int sendTimeoutMs)
-    : CServerProtocolProcessor(socket, nullptr), m_fd(fd), m_socket(socket), m_response(folder) {
+HttpProcessor::HttpProcessor(int fd, kpl::net::CSocket* socket,
+                             std::unique_ptr<HttpResponse> response, int sendTimeoutMs)
+    : CServerProtocolProcessor(socket, nullptr),
+      m_fd(fd),
+      m_socket(socket),
+      m_response(std::move(response)) {
     // One client that does not read would otherwise hold up all the others of its server thread.
     const timeval limit{sendTimeoutMs / 1000, sendTimeoutMs % 1000 * 1000};
     m_socket->SetOption(SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
@@ -51,7 +54,7 @@ IProtocolHandshaker* HttpProcessor::GetHandshaker() {
 }
 
 IProtocolExecutor* HttpProcessor::GetExecutor() {
-    return &m_response;
+    return m_response.get();
 }
 
 IProtocolMuxer* HttpProcessor::GetMuxer() {
@@ -70,8 +73,11 @@ bool HttpProcessor::PostProcessRequest(kpl::com::IUnknown* request, IProtocolExe
     if (asked.isIgnored) {
         return ++m_ignored < kMaxIgnored;
     }
+    if (!m_response->IsResponseReady()) {
+        return true;
+    }
     const bool sent = SendResponse();
-    m_response.EndResponse();
+    m_response->EndResponse();
     if (sent && !asked.keepsConnection) {
         shutdown(m_fd, SHUT_WR);
     }
@@ -79,16 +85,16 @@ bool HttpProcessor::PostProcessRequest(kpl::com::IUnknown* request, IProtocolExe
 }
 
 bool HttpProcessor::SendResponse() {
-    const auto room = static_cast<size_t>(std::min(m_response.BytesLeft(), kMaxPiece));
+    const auto room = static_cast<size_t>(std::min(m_response->BytesLeft(), kMaxPiece));
     const int size = static_cast<int>(room);
     const std::unique_ptr<char[]> piece(new char[room]);
-    for (int count = m_response.ReadResponse(piece.get(), size); count > 0;
-         count = m_response.ReadResponse(piece.get(), size)) {
+    for (int count = m_response->ReadResponse(piece.get(), size); count > 0;
+         count = m_response->ReadResponse(piece.get(), size)) {
         if (!SendAll(piece.get(), count)) {
             return false;
         }
     }
-    return m_response.BytesLeft() == 0;
+    return m_response->BytesLeft() == 0;
 }
 
 bool HttpProcessor::SendAll(const char* data, int length) {

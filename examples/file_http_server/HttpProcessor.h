@@ -1,11 +1,10 @@
 #ifndef KPL_EXAMPLES_FILE_HTTP_SERVER_HTTPPROCESSOR_H_
 #define KPL_EXAMPLES_FILE_HTTP_SERVER_HTTPPROCESSOR_H_
 
-#include <string>
-#include <vector>
+#include <memory>
 
-#include "FileResponse.h"
 #include "HttpDemuxer.h"
+#include "HttpResponse.h"
 #include "kpl/net/server/CServerProtocolProcessor.h"
 
 namespace file_http {
@@ -16,9 +15,10 @@ namespace file_http {
 // side is shut down behind that, and what still comes is thrown away until the client closes, too.
 class HttpProcessor : public kpl::net::server::CServerProtocolProcessor {
 public:
-    // `fd` is the socket's descriptor; `folder` outlives the connection. A client that takes
-    // nothing for `sendTimeoutMs` is dropped.
-    HttpProcessor(int fd, kpl::net::CSocket* socket, const std::string& folder, int sendTimeoutMs);
+    // `fd` is the socket's descriptor. A client that takes nothing for `sendTimeoutMs` is dropped.
+    // The socket is closed after the end of `response`.
+    HttpProcessor(int fd, kpl::net::CSocket* socket, std::unique_ptr<HttpResponse> response,
+                  int sendTimeoutMs);
 
 private:
     bool PrepareDemuxer(char* data, int length) override;
@@ -37,7 +37,7 @@ private:
     const int m_fd;
     kpl::net::CSocket* const m_socket;  // the base class's
     HttpDemuxer m_demuxer;
-    FileResponse m_response;
+    const std::unique_ptr<HttpResponse> m_response;
     int m_ignored = 0;
 };
 

@@ -17,7 +17,8 @@ struct Channel {
 };
 
 // A guide server, seen from another process: each call of it as a function. What they return is a
-// copy and stays good; nothing, if the server does not answer in time. One thread at a time.
+// copy and stays good; nothing, if the server does not answer in time. One thread at a time, but
+// for Cancel.
 class GuideConnection {
 public:
     struct Channels {
@@ -39,6 +40,9 @@ public:
     explicit GuideConnection(long timeoutMs) : m_timeoutMs(timeoutMs) {}
 
     bool Connect(const std::string& serverName);
+
+    // Ends the connection, and what waits for the server: it fails at once. Any thread.
+    void Cancel() { m_client.Disconnect(); }
 
     // False once the server has gone.
     bool IsAlive() const { return m_client.IsAlive(); }

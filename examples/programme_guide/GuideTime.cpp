@@ -51,6 +51,10 @@ std::string FormatDayTime(GuideTime time) {
     return Format("%a %H:%M", time);
 }
 
+std::string FormatStamp(GuideTime time) {
+    return Format("%Y-%m-%d %H:%M:%S", time);
+}
+
 std::string FormatDate(GuideTime time) {
     return Format("%A, ", time) + std::to_string(Parts(time).tm_mday) + Format(" %B %Y", time);
 }

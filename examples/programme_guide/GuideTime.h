@@ -23,6 +23,7 @@ std::optional<GuideTime> ParseDate(const std::string& text);
 std::string FormatTime(GuideTime time);     // "20:15"
 std::string FormatDayTime(GuideTime time);  // "Sat 20:15"
 std::string FormatDate(GuideTime time);     // "Saturday, 14 March 2026"
+std::string FormatStamp(GuideTime time);    // "2026-03-14 20:15:07"
 
 }  // namespace guide
 

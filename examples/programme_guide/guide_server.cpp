@@ -12,11 +12,11 @@
 #include "CommandLine.h"
 #include "GuideFile.h"
 #include "GuideService.h"
+#include "LibraryLog.h"
 #include "ParseInt.h"
 #include "kpl/ipc/PipePath.h"
 #include "kpl/rpc/RpcExecutorManager.h"
 #include "kpl/rpc/RpcServer.h"
-#include "kpl/tools/DebugLog.h"
 
 namespace {
 
@@ -30,6 +30,7 @@ constexpr char kHelp[] =
     "  --root DIR       where the FIFOs are made (/tmp)\n"
     "  --start TIME     when it is at first, YYYY-MM-DD HH:MM (when the guide begins)\n"
     "  --speed N        how many times as fast as ours its clock runs (1)\n"
+    "  --log DIR        write the library's debug log to files in DIR\n"
     "  --verbose        show the library's debug log on stderr\n"
     "It ends on SIGTERM and SIGINT.\n";
 
@@ -39,6 +40,7 @@ struct Options {
     std::string root = "/tmp";
     std::string start;
     std::string speed = "1";
+    std::string log;
     bool isVerbose = false;
     bool wantsHelp = false;
 };
@@ -50,6 +52,7 @@ std::string ParseOptions(int argc, const char* const* argv, Options* options) {
     line.AddOption("--root", &options->root);
     line.AddOption("--start", &options->start);
     line.AddOption("--speed", &options->speed);
+    line.AddOption("--log", &options->log);
     line.AddFlag("--verbose", &options->isVerbose);
     line.AddFlag("--help", &options->wantsHelp);
     std::string fault = line.Parse(argc, argv);
@@ -151,7 +154,13 @@ int main(int argc, char** argv) {
     if (!guide) {
         return Fail(kProgram, fault, kFailed);
     }
-    kpl::tools::EnableDumpLog(options.isVerbose, false);
+    if (options.log.empty() || options.isVerbose) {
+        ShowLibraryLog(options.isVerbose);
+    }
+    fault = options.log.empty() ? "" : WriteLibraryLog(options.log);
+    if (!fault.empty()) {
+        return Fail(kProgram, fault, kFailed);
+    }
     const GuideClock clock(ParseTime(options.start).value_or(guide->Begin()),
                            *ParseInt(options.speed, 1, GuideClock::kMaxSpeed));
     return Serve(*guide, clock, options);

@@ -114,6 +114,9 @@ bool CSocketServer::Run() {
         return false;
     }
     m_data->queue->Post(kAcceptCommand);
+    if (!m_data->queue->HasWorker()) {
+        return false;  // As after any failure, the next Stop closes what is open.
+    }
     IServerObserver* const observer = m_data->observer;
     if (observer != nullptr) {
         observer->StartToAccept();

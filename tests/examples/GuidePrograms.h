@@ -36,7 +36,8 @@ protected:
         m_server->Kill(SIGTERM);
         EXPECT_EQ(0, m_server->Wait());
         EXPECT_EQ("", m_server->Errors());
-        EXPECT_TRUE(m_root.Entries().empty());
+        // A client that is still there removes what it has made as soon as it sees the end.
+        EXPECT_TRUE(WaitUntil([this] { return m_root.Entries().empty(); }));
     }
 
     std::unique_ptr<Program> StartClient(const Arguments& words) const {

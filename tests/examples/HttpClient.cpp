@@ -15,13 +15,14 @@ bool HttpAnswer::HasField(const std::string& line) const {
     return head.find("\r\n" + line + "\r\n") != std::string::npos;
 }
 
-HttpClient::HttpClient(int port) : m_socket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+HttpClient::HttpClient(int port, const char* host)
+    : m_socket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     const timeval limit{20, 0};
     setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    inet_pton(AF_INET, host, &address.sin_addr);
     if (connect(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
         close(std::exchange(m_socket, -1));
     }

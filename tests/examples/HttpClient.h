@@ -1,4 +1,4 @@
-// A plain HTTP client for tests, over a socket of its own to 127.0.0.1.
+// A plain HTTP client for tests, over a socket of its own.
 #ifndef KPL_TESTS_EXAMPLES_HTTPCLIENT_H_
 #define KPL_TESTS_EXAMPLES_HTTPCLIENT_H_
 
@@ -17,7 +17,7 @@ struct HttpAnswer {
 class HttpClient {
 public:
     // Connects. No read takes longer than 20 seconds.
-    explicit HttpClient(int port);
+    explicit HttpClient(int port, const char* host = "127.0.0.1");
     ~HttpClient();
     HttpClient(HttpClient&& other) noexcept;
     HttpClient(const HttpClient&) = delete;

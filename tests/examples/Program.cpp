@@ -1,11 +1,13 @@
 #include "tests/examples/Program.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <fstream>
-#include <iterator>
 #include <sstream>
+
+#include "tests/support/OwnProgram.h"
 
 namespace kpl::test {
 
@@ -26,20 +28,14 @@ void Redirect(int descriptor, const std::string& path) {
 
 int Execute(const std::string& directory, const std::string& name,
             const std::vector<std::string>& arguments) {
+    const int nothing = open("/dev/null", O_RDONLY);  // never this process's terminal
+    dup2(nothing, STDIN_FILENO);
+    close(nothing);
+    signal(SIGINT, SIG_DFL);  // ignored in what a shell has started in the background
     Redirect(STDOUT_FILENO, directory + "/output");
     Redirect(STDERR_FILENO, directory + "/errors");
-    // The words before the program: on another port than the host's, its emulator.
-    std::istringstream emulator(KPL_EMULATOR);
-    std::vector<std::string> words{std::istream_iterator<std::string>(emulator), {}};
-    words.push_back(KPL_BIN_DIR "/" + name);
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (std::string& word : words) {
-        argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
-    execvp(argv[0], argv.data());
-    return 127;
+    return name[0] == '/' ? BecomeScript(name, arguments)
+                          : BecomeProgram(KPL_BIN_DIR "/" + name, arguments);
 }
 
 }  // namespace
@@ -60,9 +56,10 @@ bool Program::WaitForOutput(const std::string& text, long timeoutMs) const {
     return WaitUntil([&] { return Output().find(text) != std::string::npos; }, timeoutMs);
 }
 
-ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& arguments) {
+ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& arguments,
+                         long timeoutMs) {
     Program program(name, arguments);
-    const int code = program.Wait();
+    const int code = program.Wait(timeoutMs);
     return {code, program.Output(), program.Errors()};
 }
 

@@ -15,7 +15,7 @@ namespace kpl::test {
 // end. What it writes is collected.
 class Program {
 public:
-    // `name` is a file in the build's bin directory.
+    // `name` is a file in the build's bin directory, or the whole path of a script.
     Program(const std::string& name, const std::vector<std::string>& arguments);
 
     pid_t Pid() const { return m_child->Pid(); }
@@ -43,7 +43,8 @@ struct ProgramResult {
     std::string errors;
 };
 
-ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& arguments);
+ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& arguments,
+                         long timeoutMs = 30000);
 
 // A file of the source tree.
 std::string SourcePath(const std::string& path);

@@ -125,6 +125,20 @@ TEST_F(CFileTest, PositionsAbove32BitsAreReachedWhereLongHas64) {
     EXPECT_EQ("abc", Read(&file, 3));
 }
 
+TEST_F(CFileTest, AskingForTheSizeKeepsAPositionAbove2GiB) {
+    const long long size = 0x80000000LL + 20;
+    const int descriptor = open(m_path.c_str(), O_WRONLY | O_CLOEXEC | O_LARGEFILE);
+    ASSERT_EQ(0, ftruncate64(descriptor, size));
+    ASSERT_EQ(3, pwrite64(descriptor, "xyz", 3, size - 3));
+    close(descriptor);
+    CFile file;
+    ASSERT_TRUE(file.Open(m_path.c_str()));
+    ASSERT_EQ(0, file.Seek(-3, SEEK_END));
+    EXPECT_EQ("x", Read(&file, 1));
+    EXPECT_EQ(-1, file.GetFileSize());
+    EXPECT_EQ("yz", Read(&file, 9));
+}
+
 TEST_F(CFileTest, TheLargestSizeIs2147483647) {
     CFile file;
     ASSERT_TRUE(file.Open(m_path.c_str()));

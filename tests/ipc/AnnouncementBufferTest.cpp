@@ -126,6 +126,18 @@ TEST_F(AnnouncementBufferTest, AFullBufferIsEmptiedForTheNextRead) {
     EXPECT_EQ(Drain(Good(6)), (Ids{6}));
 }
 
+// Whatever count foreign bytes have left behind, a whole FIFO fits: else a read could end inside an
+// announcement.
+TEST_F(AnnouncementBufferTest, ForeignBytesLeaveRoomForAWholeFifo) {
+    for (const size_t size : {262136U, 262144U - 65535U, 200000U}) {
+        m_buffer.Clear();
+        EXPECT_EQ(Drain(std::string(size, '\x20')), Ids{});
+        (void)m_buffer.Room();
+        EXPECT_GE(m_buffer.RoomSize(), 65536) << size;
+    }
+    EXPECT_EQ(Drain(Good(6)), (Ids{6}));
+}
+
 TEST_F(AnnouncementBufferTest, ClearForgetsEverything) {
     EXPECT_EQ(Drain(Good(5).substr(0, 8)), Ids{});
     m_buffer.Clear();

@@ -17,6 +17,7 @@
 #include "kpl/ipc/IpcStreamerPipeImpl.h"
 #include "tests/ipc/IpcTestSupport.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/OwnProgram.h"
 #include "tests/support/Process.h"
 
 namespace {

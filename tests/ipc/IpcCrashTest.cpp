@@ -162,7 +162,7 @@ private:
     int Run(const kpl::test::TempDir& dir) const {
         close(m_puppetInput.ends[1]);
         const int descriptors = kpl::test::OpenDescriptorCount();
-        EchoObserver observer(100);
+        EchoObserver observer(1000);
         {
             IpcServerPipeImpl server;
             if (!server.RegisterObserver(&observer) || !server.Start("Foo", nullptr)) {
@@ -224,7 +224,7 @@ TEST_F(IpcCrashTest, AClientOfTheLibraryKilledBeforeAnyOfItsSystemCallsStopsNobo
         }
         client.Disconnect();
     })) {
-        // On a busy machine it may come too late for an observer that gives it 100 ms.
+        // On a busy machine it may come too late for an observer that gives it a second.
         ASSERT_TRUE(ConnectAndEcho() || ConnectAndEcho() || ConnectAndEcho())
             << "after a kill before system call " << calls;
         ++calls;

@@ -13,6 +13,7 @@
 #include "kpl/tools/DebugLog.h"
 #include "tests/ipc/IpcTestSupport.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/OwnProgram.h"
 #include "tests/support/Process.h"
 
 namespace {

@@ -1,6 +1,5 @@
 #include "tests/ipc/IpcTestSupport.h"
 
-#include <stdlib.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -27,23 +26,6 @@ void IpcTest::TearDown() {
 
 bool IpcTest::Exists(const std::string& entry) const {
     return access(Path(entry).c_str(), F_OK) == 0;
-}
-
-bool RunsInFreshProcess() {
-    constexpr const char* kMark = "KPL_TEST_FRESH_PROCESS";
-    if (getenv(kMark) != nullptr) {
-        return true;
-    }
-    const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
-    const std::string filter =
-        std::string("--gtest_filter=") + test->test_suite_name() + "." + test->name();
-    ChildProcess child([&] {
-        setenv(kMark, "1", 1);
-        execl("/proc/self/exe", "kpl_tests", filter.c_str(), "--gtest_brief=1", nullptr);
-        return 127;
-    });
-    EXPECT_EQ(child.Wait(), 0);
-    return false;
 }
 
 bool EchoWorks(ipc::IpcStreamer* streamer, const std::string& text) {

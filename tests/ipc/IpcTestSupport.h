@@ -41,10 +41,6 @@ private:
     int m_threads = 0;
 };
 
-// For tests of what happens once in a process. True in a process that has run nothing else;
-// otherwise runs the current test in such a one, expects that it passes, and returns false.
-bool RunsInFreshProcess();
-
 // Sends `text` and waits until it has come back.
 bool EchoWorks(ipc::IpcStreamer* streamer, const std::string& text);
 bool EchoWorks(const RawConnection& connection, const std::string& text);

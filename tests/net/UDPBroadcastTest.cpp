@@ -36,6 +36,7 @@ using kpl::test::NextDescriptor;
 using kpl::test::OnTwoHosts;
 using kpl::test::OpenDescriptorCount;
 using kpl::test::RawSocket;
+using kpl::test::SettledThreadCount;
 using kpl::test::SlotOf;
 using kpl::test::ThreadCount;
 using kpl::test::WaitUntil;
@@ -337,7 +338,7 @@ TEST(UDPBroadcastReceiverTest, TheDestructorStops) {
         receiver.Start(port);
         KnockUntilHeard(port, listener);
     }
-    EXPECT_EQ(ThreadCount(), threads);
+    EXPECT_EQ(SettledThreadCount(threads), threads);
     EXPECT_EQ(OpenDescriptorCount(), descriptors);
 }
 

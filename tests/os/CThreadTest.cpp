@@ -223,7 +223,7 @@ TEST(CThreadTest, AThreadRunsAndJoinsManyTimes) {
         worker.thread.Exit(true);
         ASSERT_EQ(worker.ends, i);
     }
-    EXPECT_EQ(kpl::test::ThreadCount(), threads);
+    EXPECT_EQ(kpl::test::SettledThreadCount(threads), threads);
 }
 
 }  // namespace

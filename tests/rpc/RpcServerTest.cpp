@@ -57,7 +57,7 @@ protected:
         EXPECT_TRUE(directory.Entries().empty());
         EXPECT_EQ(kpl::test::OpenDescriptorCount(), m_descriptors);
         // TSan's own background thread may come late; ours must be gone.
-        EXPECT_LE(kpl::test::ThreadCount(), m_threads + 1);
+        EXPECT_LE(kpl::test::SettledThreadCount(m_threads + 1), m_threads + 1);
     }
 
     void StartServer() { ASSERT_TRUE(server.Start("S", nullptr)); }

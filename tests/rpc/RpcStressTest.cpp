@@ -166,7 +166,7 @@ TEST(RpcStressTest, DisconnectAtAnyMomentOfEightCallingThreads) {
     }
     EXPECT_TRUE(directory.Entries().empty());
     EXPECT_EQ(kpl::test::OpenDescriptorCount(), descriptors);
-    EXPECT_LE(kpl::test::ThreadCount(), 2);  // TSan has one of its own.
+    EXPECT_LE(kpl::test::SettledThreadCount(2), 2);  // TSan has one of its own.
 }
 
 // Connect and Disconnect from several threads at once: each Connect ends in one way or the other.

@@ -41,6 +41,11 @@ std::string Quote(const std::string& text) {
 
 }  // namespace
 
+// What it hands out as references; by way of void, because they need more alignment than a jobject.
+FakeJava::Reference* FakeJava::AsReference(jobject reference) {
+    return static_cast<Reference*>(static_cast<void*>(reference));
+}
+
 // The functions of the tables.
 struct FakeCalls {
     using Env = FakeJava::Env;
@@ -109,7 +114,7 @@ struct FakeCalls {
         if (env->java->nullResults.count("NewGlobalRef") > 0 || local == nullptr) {
             return nullptr;
         }
-        auto* reference = reinterpret_cast<FakeJava::Reference*>(local);
+        auto* reference = FakeJava::AsReference(local);
         return env->java->NewReference(env, reference->object, true);
     }
 
@@ -380,7 +385,7 @@ void FakeJava::DeleteReference(Env* env, jobject reference, bool global) {
     if (reference == nullptr) {
         return;
     }
-    auto* deleted = reinterpret_cast<Reference*>(reference);
+    auto* deleted = AsReference(reference);
     if ((deleted->owner == nullptr) != global) {
         m_mistakes.emplace_back("deleted a reference of the other kind");
     }
@@ -394,7 +399,7 @@ FakeJava::Object* FakeJava::Resolve(Env* env, jobject reference) {
     if (reference == nullptr) {
         return nullptr;
     }
-    auto* resolved = reinterpret_cast<Reference*>(reference);
+    auto* resolved = AsReference(reference);
     if (!resolved->alive || (resolved->owner != nullptr && resolved->owner != env)) {
         m_mistakes.emplace_back("a dead reference to " + resolved->object->description);
     }

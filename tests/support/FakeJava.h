@@ -65,6 +65,7 @@ private:
 
     Env* EnvOfThisThread();
     void Record(const std::string& call);
+    static Reference* AsReference(jobject reference);
     jobject NewReference(Env* env, const std::shared_ptr<Object>& object, bool global);
     void DeleteReference(Env* env, jobject reference, bool global);
     Object* Resolve(Env* env, jobject reference);

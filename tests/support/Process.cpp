@@ -51,6 +51,21 @@ int CountLivingThreads() {
     return count;
 }
 
+void WaitForEmulator(int threads) {
+#ifdef KPL_EMULATED
+    (void)WaitUntil([threads] { return CountLivingThreads() <= threads; });
+#else
+    (void)threads;
+#endif
+}
+
+bool StartFirstThread() {
+    const int before = CountLivingThreads();
+    std::thread([] {}).join();
+    WaitForEmulator(before);
+    return true;
+}
+
 }  // namespace
 
 ChildProcess::ChildProcess(const std::function<int()>& body) : m_pid(-1) {
@@ -101,9 +116,14 @@ int OpenDescriptorCount() {
 
 int ThreadCount() {
     // The thread sanitizer starts a thread of its own together with our first one.
-    static const bool started = (std::thread([] {}).join(), true);
+    static const bool started = StartFirstThread();
     (void)started;
     return CountLivingThreads();
+}
+
+int SettledThreadCount(int expected) {
+    WaitForEmulator(expected);
+    return ThreadCount();
 }
 
 bool WaitUntil(const std::function<bool()>& condition, long timeoutMs) {

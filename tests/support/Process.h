@@ -32,6 +32,10 @@ private:
 int OpenDescriptorCount();
 int ThreadCount();
 
+// The same, for after a thread was joined. An emulator keeps such a thread for a moment as one of
+// its own: only there this waits until no more than `expected` are left.
+int SettledThreadCount(int expected);
+
 // Waits until `condition` holds, looking every millisecond; false after `timeoutMs`.
 bool WaitUntil(const std::function<bool()>& condition, long timeoutMs = 10000);
 

@@ -27,13 +27,13 @@ std::string LeadingBytes(const std::string& line) {
 
 }  // namespace
 
-std::string WireFormatsPage() {
-    std::ifstream page(KPL_WIRE_FORMATS_PAGE);
+std::string DocumentText(const std::string& file) {
+    std::ifstream page(std::string(KPL_DOCS_DIR) + "/" + file);
     return std::string(std::istreambuf_iterator<char>(page), {});
 }
 
-std::string WireFormatsExample(const std::string& name) {
-    std::istringstream page(WireFormatsPage());
+std::string DocumentedBytes(const std::string& file, const std::string& name) {
+    std::istringstream page(DocumentText(file));
     std::string line;
     while (std::getline(page, line) && line != "<!-- bytes: " + name + " -->") {
     }
@@ -44,6 +44,14 @@ std::string WireFormatsExample(const std::string& name) {
         bytes += LeadingBytes(line);
     }
     return bytes;
+}
+
+std::string WireFormatsPage() {
+    return DocumentText("wire-formats.md");
+}
+
+std::string WireFormatsExample(const std::string& name) {
+    return DocumentedBytes("wire-formats.md", name);
 }
 
 }  // namespace kpl::test

@@ -5,11 +5,15 @@
 
 namespace kpl::test {
 
-// The text of docs/wire-formats.md.
-std::string WireFormatsPage();
+// The text of a page in docs/.
+std::string DocumentText(const std::string& file);
 
 // The bytes of its worked example of that name: the hexadecimal pairs that each line of the block
 // under "<!-- bytes: NAME -->" starts with.
+std::string DocumentedBytes(const std::string& file, const std::string& name);
+
+// The same for docs/wire-formats.md.
+std::string WireFormatsPage();
 std::string WireFormatsExample(const std::string& name);
 
 }  // namespace kpl::test

@@ -19,6 +19,7 @@ namespace {
 
 using kpl::os::CEvent;
 using kpl::test::kCeilingMs;
+using kpl::test::SettledThreadCount;
 using kpl::test::ThreadCount;
 using kpl::test::WaitUntil;
 using kpl::tools::CommandProcessor;
@@ -158,7 +159,7 @@ TEST(CommandQueueTest, TheFirstPostStartsTheWorkerAndStopEndsIt) {
     ASSERT_TRUE(recorder.WaitForDone(2));
     EXPECT_EQ(ThreadCount(), threads + 1);
     queue.Stop();
-    EXPECT_EQ(ThreadCount(), threads);
+    EXPECT_EQ(SettledThreadCount(threads), threads);
 }
 
 TEST(CommandQueueTest, WithANullProcessorCommandsPileUpAndNoThreadStarts) {
@@ -172,6 +173,19 @@ TEST(CommandQueueTest, WithANullProcessorCommandsPileUpAndNoThreadStarts) {
     EXPECT_EQ(ThreadCount(), threads);
     queue.Stop();
     EXPECT_FALSE(queue.IsFull());
+}
+
+TEST(CommandQueueTest, HasAWorkerFromTheFirstPostToTheStop) {
+    Recorder recorder;
+    CommandQueue<int> queue(&recorder);
+    EXPECT_FALSE(queue.HasWorker());
+    queue.Post(1);
+    EXPECT_TRUE(queue.HasWorker());
+    queue.Stop();
+    EXPECT_FALSE(queue.HasWorker());
+    CommandQueue<int> idle(nullptr);
+    idle.Post(1);
+    EXPECT_FALSE(idle.HasWorker());
 }
 
 TEST(CommandQueueTest, WithALimitOfTwoAThirdPostBlocksUntilTheWorkerHasPoppedOne) {
@@ -401,7 +415,7 @@ TEST(CommandQueueTest, TheDestructorStops) {
         queue.Post(2);
     }
     EXPECT_THAT(gated.Done(), ElementsAre(1, 2));
-    EXPECT_EQ(ThreadCount(), threads);
+    EXPECT_EQ(SettledThreadCount(threads), threads);
 }
 
 // Commands that own something: nothing of it is left once they are done or handed back.

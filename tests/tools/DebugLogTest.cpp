@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "tests/support/LogCapture.h"
+#include "tests/support/OwnProgram.h"
 #include "tests/support/Process.h"
 #include "tests/support/TempDir.h"
 
@@ -89,7 +90,8 @@ std::string Output(const std::string& command) {
 
 TEST(DebugLogTest, BeforeAnythingIsEnabledOnlyForcedMessagesGoToTheConsoleAndNoneToAFile) {
     const TempDir directory;
-    const std::string command = "cd " + directory.Path() + " && " KPL_LOG_PROGRAM " fresh 2>&1";
+    const std::string command = "cd " + directory.Path() + " && " +
+                                kpl::test::ShellCommand(KPL_LOG_PROGRAM) + " fresh 2>&1";
     EXPECT_EQ(Output(command), "D/KPL: forced 1\n");
     EXPECT_THAT(directory.Entries(), IsEmpty());
 }
@@ -97,8 +99,8 @@ TEST(DebugLogTest, BeforeAnythingIsEnabledOnlyForcedMessagesGoToTheConsoleAndNon
 #if defined(KPL_COUNT_ALLOCATIONS)
 TEST(DebugLogTest, AMessageTakesNoHeapMemory) {
     const TempDir directory;
-    const std::string command =
-        "cd " + directory.Path() + " && " KPL_LOG_PROGRAM " heap 2>/dev/null";
+    const std::string command = "cd " + directory.Path() + " && " +
+                                kpl::test::ShellCommand(KPL_LOG_PROGRAM) + " heap 2>/dev/null";
     EXPECT_EQ(Output(command), "0\n");
 }
 #endif

@@ -20,6 +20,7 @@ namespace {
 using kpl::os::CEvent;
 using kpl::test::ChildProcess;
 using kpl::test::kCeilingMs;
+using kpl::test::SettledThreadCount;
 using kpl::test::Stopwatch;
 using kpl::test::ThreadCount;
 using kpl::test::WaitUntil;
@@ -214,7 +215,7 @@ TEST(TimerObjectTest, TheDestructorStops) {
     auto timer = std::make_unique<TimerObject>();
     ASSERT_TRUE(timer->Start(kHour, &Ticks::OnTick, &ticks, 0, false, 0));
     timer.reset();
-    EXPECT_EQ(ThreadCount(), threads);
+    EXPECT_EQ(SettledThreadCount(threads), threads);
 }
 
 // A callback that takes its time: says that it has begun and lasts until it is let go.

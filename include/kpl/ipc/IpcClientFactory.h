@@ -12,6 +12,7 @@ namespace kpl::ipc {
 // The process's one maker of IPC clients; it owns them until they are given back. Any thread.
 class KPL_EXPORT IpcClientFactory {
 public:
+    // The only one; never null.
     static IpcClientFactory* GetInstance();
 
     // A new client of that kind: 0 is FIFOs. Null for any other kind.

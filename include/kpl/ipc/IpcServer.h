@@ -28,7 +28,8 @@ public:
 class KPL_EXPORT IpcServer {
 public:
     // Starts under `name` and begins to accept clients. False for a null or empty name, and when
-    // the transport cannot start. `param` is only kept. Controlling thread.
+    // the transport cannot start or no thread can be made; observers that were told of the start
+    // are then told of the end. `param` is only kept. Controlling thread.
     virtual bool Start(const char* name, void* param) = 0;
 
     // Stops accepting and tells the observers. False when the transport refuses to stop.

@@ -10,6 +10,7 @@ namespace kpl::ipc {
 // lock. An observer does not stop its own server.
 class KPL_EXPORT IpcServerManager {
 public:
+    // The only one; never null.
     static IpcServerManager* GetInstance();
 
     // Starts a server of that kind: 0 is FIFOs. False for a null or empty name, another kind, a
@@ -20,6 +21,7 @@ public:
     // gone all the same.
     bool StopServer(const char* name);
 
+    // StopServer for every one there is.
     void StopAllServers();
 
     // Waits `timeout` milliseconds, -1 without limit, until all servers have been stopped. That

@@ -61,6 +61,10 @@ public:
     // Closes the transport and destroys the object. Called by the last Close.
     virtual void DoClose() = 0;
 
+    // Adds a reference without opening, for whoever is to open it later on another thread: until
+    // then nobody takes the stream for an unused one. Any thread with a reference.
+    void Hold();
+
     // 1 after creation; 0 once nothing may touch the object any more. Any thread with a reference.
     int GetRefCount() const;
 

@@ -51,6 +51,9 @@ public:
     // on as before. Any thread that holds a reference.
     void CancelOpen();
 
+    // Whether the other side has begun to open too. Any thread that holds a reference.
+    bool HasMetPeer() const { return m_hasMetPeer; }
+
     // Of the connection, as given to Create. Any thread that holds a reference.
     int GetId() const { return m_id; }
     const char* GetServerName() const { return m_serverName.c_str(); }
@@ -70,6 +73,7 @@ private:
     long m_openTimeoutMs;  // what DoOpen waits at most; negative: no limit
     const std::unique_ptr<Breaker> m_breaker;
     std::atomic<bool> m_openCancelled;
+    std::atomic<bool> m_hasMetPeer{false};
 };
 
 }  // namespace kpl::ipc

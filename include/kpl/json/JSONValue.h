@@ -17,6 +17,7 @@ class TreeBuilder;
 // What a value is; the numbers are fixed.
 enum class JSONType { Null = 0, String = 1, Bool = 2, Number = 3, Array = 4, Object = 5 };
 
+// Elements in their order; JSONValue says who owns them.
 using JSONArray = std::vector<JSONValue*>;
 
 // Ordered by key, byte by byte; an object is written in that order.
@@ -38,6 +39,7 @@ public:
     JSONValue(const char* text);
     JSONValue(const std::string& text);
 
+    // A true or false; a number.
     JSONValue(bool value) : m_type(JSONType::Bool), m_holder(Holder::None), m_bool(value) {}
     JSONValue(double value) : m_type(JSONType::Number), m_holder(Holder::None), m_number(value) {}
     JSONValue(int value) : JSONValue(static_cast<double>(value)) {}

@@ -8,8 +8,8 @@
 // Where a key stream stands.
 struct rc4_state {
     unsigned char state[256];  // a permutation of 0 to 255
-    unsigned char x;
-    unsigned char y;
+    unsigned char x;           // the two indices into it
+    unsigned char y;           // that the next byte starts from
 };
 
 // Begins the key stream of the `keyLength` bytes at `key`. Of a key above 256 bytes the first 256

@@ -9,9 +9,9 @@
 
 // A hash under way.
 struct SHA1Context {
-    uint32_t digest[5];  // the hash, after SHA1Result; its first byte is the highest of digest[0]
-    uint32_t lengthLow;  // of the message so far, in bits
-    uint32_t lengthHigh;
+    uint32_t digest[5];   // the hash, after SHA1Result; its first byte is the highest of digest[0]
+    uint32_t lengthLow;   // of the message so far, in bits
+    uint32_t lengthHigh;  // its upper 32 bits
     unsigned char block[64];  // what does not fill a block yet
     int index;                // the next free byte in it
     int computed;             // 1 once SHA1Result has padded the message

@@ -6,6 +6,7 @@
 
 namespace kpl::net {
 
+// Sends datagrams to everybody.
 class KPL_EXPORT UDPBroadcastSender {
 public:
     // Sends `length` bytes as one datagram to `port` of the broadcast address of the first

@@ -17,6 +17,7 @@ public:
     CCritSec(const CCritSec&) = delete;
     CCritSec& operator=(const CCritSec&) = delete;
 
+    // Waits for the lock without limit; gives it back, on the thread that has it.
     void Lock() KPL_ACQUIRE();
     void Unlock() KPL_RELEASE();
 
@@ -28,6 +29,7 @@ private:
 // callers whose lock is optional.
 class KPL_EXPORT KPL_SCOPED_CAPABILITY CAutoLock {
 public:
+    // Locks; the destructor unlocks. `lock` is not owned and lives longer.
     explicit CAutoLock(CCritSec* lock) KPL_ACQUIRE(lock);
     ~CAutoLock() KPL_RELEASE();
     CAutoLock(const CAutoLock&) = delete;

@@ -10,10 +10,10 @@ namespace kpl::os {
 
 // The record behind an event; also part of a thread's record.
 struct EventRecord {
-    uint32_t tag;        // 0x7ABC0002 while alive, 0 once destroyed
-    uint32_t signalled;  // 0 or 1
-    pthread_mutex_t mutex;
-    pthread_cond_t condition;
+    uint32_t tag;              // 0x7ABC0002 while alive, 0 once destroyed
+    uint32_t signalled;        // 0 or 1
+    pthread_mutex_t mutex;     // guards `signalled`
+    pthread_cond_t condition;  // waiters wait on it
 };
 
 // A manual-reset event: once set it stays set, and every wait returns at once, until Reset.
@@ -29,6 +29,7 @@ public:
     // Wakes every waiter; does nothing when the event is already set.
     void Set();
 
+    // From now on waits wait; a waiter that Set has woken returns all the same.
     void Reset();
 
     // Returns true if the event is set. Waits at most `timeoutMs` milliseconds for that; 0 only

@@ -5,11 +5,15 @@
 #define KPL_OS_THREADANNOTATIONS_H_
 
 #if defined(__clang__)
+// One attribute, where the compiler knows it.
 #define KPL_THREAD_ATTRIBUTE(x) __attribute__((x))
 #else
+// Nothing, with another compiler.
 #define KPL_THREAD_ATTRIBUTE(x)
 #endif
 
+// What clang's manual calls by the same names in small letters: a lock, an object that holds one,
+// what is guarded by which lock, which locks a function needs, takes and gives back.
 #define KPL_CAPABILITY(name) KPL_THREAD_ATTRIBUTE(capability(name))
 #define KPL_SCOPED_CAPABILITY KPL_THREAD_ATTRIBUTE(scoped_lockable)
 #define KPL_GUARDED_BY(lock) KPL_THREAD_ATTRIBUTE(guarded_by(lock))

@@ -15,6 +15,8 @@
 class __attribute__((packed)) EpgText {
 public:
     EpgText() = default;
+
+    // IsLost() when the pointer cannot be kept; null stays null.
     EpgText(const char* text) : m_word(kpl::rpc::WordPointer::Pack(text)) {}
 
     // The text, or null.
@@ -43,11 +45,13 @@ static_assert(offsetof(EpgData, head) == 0 && offsetof(EpgData, text) == 8 &&
                   offsetof(EpgData, tail) == 24,
               "the record's words lie where every other port expects them");
 
+// Records that lie one behind the other.
 struct EpgDataList {
     int count = 0;             // number of records
     EpgData* items = nullptr;  // the records, not owned
 };
 
+// How long that block is.
 struct KPL_EXPORT GetSizeEpgDataList {
     // The size of the block in bytes: 8 + 48 * count + the texts with their terminators. Without
     // records (count below 1, or items null) no text is counted. 0 if a text is lost or the sum is
@@ -55,6 +59,7 @@ struct KPL_EXPORT GetSizeEpgDataList {
     static int GetSize(const EpgDataList& list);
 };
 
+// A list as a block of bytes.
 struct KPL_EXPORT ConvertEpgDataList {
     // Writes the block to `buf`, which must not overlap the records or texts, and returns its size.
     // Returns 0 and writes nothing if `buf` is null, `len` is too small, the count is negative or
@@ -63,6 +68,7 @@ struct KPL_EXPORT ConvertEpgDataList {
     static int ConvertToBytes(EpgDataList& list, char* buf, int len);
 };
 
+// A block of bytes as a list.
 struct KPL_EXPORT RetrieveEpgDataList {
     // Rebuilds the list over the block in `buf`, in place: the records' text words are replaced by
     // pointers into `buf`, so `buf` must be writable and outlive the list. Returns the bytes

@@ -39,6 +39,7 @@ public:
     // Header and block together, in bytes. At most 2147483647.
     int GetSize() const;
 
+    // Of the block, in bytes; and how many elements it has, by its maker's word.
     int GetTotalSizeInBytes() const { return m_totalSize; }
     int GetElementCounts() const { return m_elementCount; }
 

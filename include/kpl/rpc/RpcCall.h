@@ -27,6 +27,7 @@ KPL_EXPORT void ComplainAboutCallback(unsigned int id);
 template <class F>
 class CallbackProxy {
 public:
+    // Keeps a copy of the function.
     explicit CallbackProxy(F function) : m_function(std::move(function)) {}
 
     static void Run(void* proxy, RpcCommandDemuxer* command) {

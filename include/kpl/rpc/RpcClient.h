@@ -34,7 +34,9 @@ class WriteTurn;
 // arguments into GetCommandMuxer(), Invoke(name), read the results from GetCommandDemuxer().
 // Call<R>() in RpcCall.h does all three. Every thread has a command buffer of its own; one thread
 // makes one call at a time. Callbacks run one after the other on a thread of the client's own,
-// after the call that brought them has returned; they may make calls on the same client.
+// after the call that brought them has returned; they may make calls on the same client. A server
+// that sends more than 16 MiB of callbacks ahead of them is given up: the connection is not alive
+// any more.
 class KPL_EXPORT RpcClient {
 public:
     // One thread's buffer, which its command and then the result stand in, and the state of its
@@ -47,6 +49,7 @@ public:
         CallContext(const CallContext&) = delete;
         CallContext& operator=(const CallContext&) = delete;
 
+        // Its command under way, and its result. They live as long as the context.
         RpcCommandMuxer* GetMuxer() const { return m_muxer; }
         RpcCommandDemuxer* GetDemuxer() const { return m_demuxer; }
 
@@ -97,8 +100,9 @@ public:
 
     // Connects to the server of that name, after ending a connection to another. True at once when
     // already connected under that name. False for a null or empty name, when there is no such
-    // server, when it does not take the connection, and when Disconnect is called meanwhile. Waits
-    // without limit for a server that has a Root FIFO and does not answer. Any thread.
+    // server, when it does not take the connection, when no thread can be made to read from it, and
+    // when Disconnect is called meanwhile. Waits without limit for a server that has a Root FIFO
+    // and does not answer. Any thread.
     bool Connect(const char* serverName, void* param);
 
     // Connect that gives up after `timeoutMs` milliseconds; negative waits without limit.
@@ -177,8 +181,8 @@ private:
     };
 
     // Connecting and ending a connection.
-    bool ConnectLocked(const char* serverName, void* param, long timeoutMs, Released* released)
-        KPL_REQUIRES(m_lock);
+    bool ConnectLocked(const char* serverName, void* param, long timeoutMs, Released* released,
+                       Released* unfinished) KPL_REQUIRES(m_lock);
     bool ConnectIpc(const char* serverName, void* param, long timeoutMs) KPL_REQUIRES(m_lock);
     bool BeginConnect(ipc::IpcClient* ipcClient);
     bool OpenStreamer(const char* serverName, ipc::IpcStreamer* streamer);
@@ -240,7 +244,7 @@ private:
     bool m_holdsStreamer KPL_GUARDED_BY(m_stateLock) = false;  // our own reference on it
     bool m_isConnecting KPL_GUARDED_BY(m_stateLock) = false;
     int m_releaseRequests KPL_GUARDED_BY(m_stateLock) = 0;  // waiting for m_lock
-    std::atomic<bool> m_isBroken{false};  // half a command was written: nothing can follow it
+    std::atomic<bool> m_isBroken{false};  // half a command was written, or too much came
     os::CEvent m_readerStarted{false};
     const std::unique_ptr<WriteTurn> m_writeTurn;
     const std::unique_ptr<ReceiveTurn> m_receiveTurn;

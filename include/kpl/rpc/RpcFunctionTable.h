@@ -38,6 +38,7 @@ public:
         return pushed && Send(&muxer);
     }
 
+    // Whether it can be called; the client may be gone all the same.
     explicit operator bool() const { return m_callback != nullptr; }
 
 private:

@@ -3,6 +3,7 @@
 #ifndef KPL_RPC_RPCPARAM_H_
 #define KPL_RPC_RPCPARAM_H_
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include "kpl/Export.h"
@@ -43,6 +44,7 @@ enum RpcParamType : int {
 // only sees two words that mean nothing to it and travel back unchanged.
 class KPL_EXPORT RpcCallbackContext {
 public:
+    // What is called, on the client's callback thread; `demuxer` has the callback command.
     using Function = void (*)(void* proxy, RpcCommandDemuxer* demuxer);
 
     // Both null.
@@ -50,7 +52,12 @@ public:
 
     // The function is called with `proxy` and the callback command; neither is owned.
     RpcCallbackContext(void* proxy, Function function)
-        : m_proxy(proxy), m_function(reinterpret_cast<const void*>(function)) {}
+        : m_proxy(proxy), m_function(reinterpret_cast<const void*>(function)) {
+        static_assert(sizeof(RpcCallbackContext) == 8 &&
+                          offsetof(RpcCallbackContext, m_proxy) == 0 &&
+                          offsetof(RpcCallbackContext, m_function) == 4,
+                      "it travels as its two words");
+    }
 
     // Null in every process but the one that made the context, or when it could not be kept.
     void* GetProxy() const { return m_proxy.Get(); }
@@ -63,8 +70,6 @@ private:
     WordPointer m_proxy;
     WordPointer m_function;
 };
-
-static_assert(sizeof(RpcCallbackContext) == 8, "it travels as its two words");
 
 // Joins a C++ type to its code. `RealType` is what Get returns, `WireType` what travels: `long` and
 // `unsigned long` travel as 4 bytes, so that 32-bit and 64-bit processes understand each other.

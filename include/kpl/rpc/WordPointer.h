@@ -18,6 +18,7 @@ public:
     // Null.
     constexpr WordPointer() : m_word(0) {}
 
+    // IsLost() when the pointer cannot be kept.
     explicit WordPointer(const void* pointer) : m_word(Pack(pointer)) {}
 
     // The pointer; null for null, for one that could not be packed and for a word of another
@@ -37,6 +38,7 @@ public:
     // The pointer that `word` stands for, null if there is none.
     static void* Unpack(uint32_t word);
 
+    // Whether `word` is that of a pointer that could not be packed.
     static bool IsLost(uint32_t word) {
         return sizeof(void*) > sizeof(uint32_t) && word == kLostWord;
     }

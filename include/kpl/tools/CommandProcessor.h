@@ -69,6 +69,14 @@ public:
         return IsFullLocked();
     }
 
+    // False as long as no thread could be created for the commands: before the first post, when the
+    // system had none left since, without a processor, and after Stop. Each post tries again.
+    // Any thread.
+    bool HasWorker() {
+        os::CAutoLock lock(&m_lock);
+        return m_worker != nullptr;
+    }
+
     // At most `limit` commands wait in the queue; below 1 means no limit, as at the start. Any
     // thread.
     void SetLimit(int limit) {

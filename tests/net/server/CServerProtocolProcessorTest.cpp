@@ -416,7 +416,10 @@ public:
     int Execute(com::IUnknown*) override { return 0; }
     bool IsResponseReady() override { return true; }
     bool HasResponseData() override { return true; }
-    int ReadResponse(char*, int size) override { return m_read++ == 0 ? size + 100000 : 0; }
+    int ReadResponse(char* buffer, int size) override {
+        memset(buffer, 'x', static_cast<size_t>(size));
+        return m_read++ == 0 ? size + 100000 : 0;
+    }
     void EndResponse() override {}
 
 private:

@@ -33,6 +33,7 @@ public:
     // operations are first called after it.
     virtual bool PrepareDemuxer(char* data, int length) = 0;
 
+    // What cuts the received bytes; one for the life of the connection.
     virtual IProtocolDemuxer* GetDemuxer() = 0;
 
     // Whether the request just demuxed is an opening handshake: it then goes to GetHandshaker
@@ -43,6 +44,7 @@ public:
     // The executor of the request just demuxed.
     virtual IProtocolExecutor* GetExecutor() = 0;
 
+    // What wraps the response; not asked by WriteResponseWithoutMuxer.
     virtual IProtocolMuxer* GetMuxer() = 0;
 
     // What a protocol may change. Worker thread only.

@@ -59,8 +59,8 @@ public:
     // Controlling thread.
     int GetListeningPort() const;
 
-    // Stops an earlier run, listens, and starts to accept. False if the port cannot be had. Each
-    // Run is ended by Stop, also one that failed. Controlling thread.
+    // Stops an earlier run, listens, and starts to accept. False if the port cannot be had, or no
+    // thread. Each Run is ended by Stop, also one that failed. Controlling thread.
     bool Run();
 
     // The first half of Run: opens the listening socket. Controlling thread.

@@ -29,7 +29,7 @@ public:
     virtual CServerThreadManager* CreateThreadManager() = 0;
 
     // Listens and serves; a server that runs is stopped first, and its observer forgotten. False if
-    // the port cannot be had. Controlling thread.
+    // the port cannot be had, or no thread. Controlling thread.
     bool StartServer();
 
     // Stops accepting, ends every connection and every thread, and lets the waiters of

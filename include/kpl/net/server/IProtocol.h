@@ -32,6 +32,7 @@ public:
     // the connection.
     virtual int ProcessHandshake(com::IUnknown* request) = 0;
 
+    // The answer, once it is ready: how many bytes, and the bytes, which stay the handshaker's.
     virtual int GetAnswerLength() = 0;
     virtual const char* GetAnswerData() = 0;
 };

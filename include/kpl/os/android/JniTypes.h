@@ -6,11 +6,13 @@
 #ifdef __ANDROID__
 struct _JNIEnv;
 struct _JavaVM;
+// As in <jni.h>.
 typedef _JNIEnv JNIEnv;
 typedef _JavaVM JavaVM;
 #else
 struct JNIEnv_;
 struct JavaVM_;
+// As in <jni.h>.
 typedef JNIEnv_ JNIEnv;
 typedef JavaVM_ JavaVM;
 #endif
@@ -18,6 +20,7 @@ typedef JavaVM_ JavaVM;
 class _jobject;
 class _jclass;
 class _jbyteArray;
+// References, as in <jni.h>.
 typedef _jobject* jobject;
 typedef _jclass* jclass;
 typedef _jbyteArray* jbyteArray;
