@@ -1,5 +1,7 @@
 #include "rpc/ReceiveTurn.h"
 
+#include "os/WaitReadable.h"
+
 namespace kpl::rpc {
 
 namespace {
@@ -20,7 +22,7 @@ void ReceiveTurn::Begin() {
 
 bool ReceiveTurn::TakeAsReader() {
     for (;;) {
-        long waitMs = kQuietMs;
+        bool sleeps = false;
         {
             os::CAutoLock lock(&m_lock);
             const bool isQuiet = m_tries == m_seenTries;
@@ -32,12 +34,17 @@ bool ReceiveTurn::TakeAsReader() {
                 return true;
             }
             // A call that was there at the last look is a long one, and tells when it is over.
-            m_readerSleeps = m_taken && isQuiet;
+            sleeps = m_taken && isQuiet;
+            m_readerSleeps = sleeps;
             m_seenTries = m_tries;
             m_readerWakes.Reset();
-            waitMs = m_readerSleeps ? -1 : kQuietMs;
         }
-        (void)m_readerWakes.Wait(waitMs);
+        if (sleeps) {
+            (void)m_readerWakes.Wait(-1);
+        } else {
+            const timespec quiet = os::MsTimeout(kQuietMs);
+            (void)os::PollThroughSignals(nullptr, 0, &quiet);
+        }
     }
 }
 

@@ -136,6 +136,7 @@ bool RpcClient::OpenStreamer(const char* serverName, ipc::IpcStreamer* streamer)
     os::CAutoLock lock(&m_stateLock);
     m_serverName = strdup(serverName);
     m_streamer = streamer;
+    m_pipe = dynamic_cast<ipc::IpcStreamerPipeImpl*>(streamer);
     m_holdsStreamer = streamer != nullptr && streamer->Open();
     return m_holdsStreamer;
 }
@@ -204,6 +205,7 @@ void RpcClient::ReleaseLocked(Released* released) {
         os::CAutoLock lock(&m_stateLock);
         std::swap(ipcClient, m_ipcClient);
         std::swap(streamer, m_streamer);
+        m_pipe = nullptr;
         references += m_holdsStreamer ? 1 : 0;
         m_holdsStreamer = false;
         m_isConnecting = false;
@@ -224,9 +226,8 @@ void RpcClient::EndWaits() {
     os::CAutoLock lock(&m_stateLock);
     m_stop = true;
     m_receiveTurn->End();
-    auto* const pipeStreamer = dynamic_cast<ipc::IpcStreamerPipeImpl*>(m_streamer);
-    if (pipeStreamer != nullptr && m_holdsStreamer) {
-        pipeStreamer->Interrupt();
+    if (m_pipe != nullptr && m_holdsStreamer) {
+        m_pipe->Interrupt();
     }
     for (const auto& entry : m_callContexts) {
         entry.second->Detach();

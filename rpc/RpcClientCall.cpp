@@ -301,7 +301,7 @@ bool RpcClient::IsInFlight(CallContext* context) {
 // Only from FIFOs: another streamer's read has one thread, and no wait that can be ended early.
 bool RpcClient::CanReceive() const {
     os::CAutoLock lock(&m_stateLock);
-    return dynamic_cast<ipc::IpcStreamerPipeImpl*>(m_streamer) != nullptr;
+    return m_pipe != nullptr;
 }
 
 // Takes the call out of flight. True if it was answered; its callbacks are then registered.

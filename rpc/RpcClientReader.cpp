@@ -2,6 +2,8 @@
 // that of a caller that waits for its result.
 #include <string.h>
 
+#include <algorithm>
+
 #include "kpl/ipc/IpcStreamerPipeImpl.h"
 #include "kpl/rpc/RpcClient.h"
 #include "kpl/tools/DebugLog.h"
@@ -17,7 +19,7 @@ using tools::ForceDumpDbgMsg;
 
 namespace {
 
-constexpr int kReadTimeoutMs = 1000;
+constexpr long kReadTimeoutMs = 1000;
 
 }  // namespace
 
@@ -33,12 +35,14 @@ void RpcClient::Read() {
         os::CAutoLock lock(&m_stateLock);
         streamer = m_streamer;  // stays valid: the release waits for this thread
     }
-    *m_received = CommandBuffer();
+    *m_received = CommandBuffer();  // Nobody else receives yet.
     DumpDbgMsg("RpcClient::ThreadProc(): .....\n");
     m_receiveTurn->Begin();
     m_readerStarted.Set();
     while (m_receiveTurn->TakeAsReader()) {
-        GiveReceiveTurn(!m_stop && ReadOnce(streamer));
+        GiveReceiveTurn(!m_stop &&
+                        HandleReceived(streamer->Read(m_received->Room(), m_received->RoomSize(),
+                                                      kReadTimeoutMs)));
     }
     m_receiveTurn->AwaitGiven();
     m_running = false;
@@ -46,25 +50,25 @@ void RpcClient::Read() {
     DumpDbgMsg("RpcClient::ThreadProc(): Done(%d).....\n", m_received->Size());
 }
 
-// What a caller does meanwhile for its result. Holding the receive turn.
+// Until the call is over, which is looked at once a second at least. With the receive turn in hand,
+// which is given back.
 void RpcClient::ReceiveFor(CallContext* context, const os::Deadline& deadline) {
     ipc::IpcStreamerPipeImpl* pipe = nullptr;
     {
         os::CAutoLock lock(&m_stateLock);
-        pipe = static_cast<ipc::IpcStreamerPipeImpl*>(m_streamer);
+        pipe = m_pipe;  // stays valid: the release waits for the turn
     }
     bool goesOn = true;
-    while (goesOn && IsInFlight(context)) {
-        const long leftMs = deadline.LeftMs();
-        if (leftMs >= 0 && leftMs < kReadTimeoutMs && !pipe->WaitForData(leftMs)) {
-            break;
-        }
-        goesOn = ReadOnce(pipe);
+    while (goesOn && IsInFlight(context) && !deadline.IsOver()) {
+        const long limitMs =
+            deadline.HasLimit() ? std::min(deadline.LeftMs(), kReadTimeoutMs) : kReadTimeoutMs;
+        goesOn =
+            HandleReceived(pipe->ReadTimed(m_received->Room(), m_received->RoomSize(), limitMs));
     }
     GiveReceiveTurn(goesOn);
 }
 
-// To the next caller that waits, or in the end to the reader, which also ends what cannot go on.
+// To the next caller that waits, otherwise to the reader, which also ends what cannot go on.
 void RpcClient::GiveReceiveTurn(bool goesOn) {
     if (!goesOn) {
         m_receiveTurn->End();
@@ -79,10 +83,10 @@ void RpcClient::GiveReceiveTurn(bool goesOn) {
     }
 }
 
-// One read and what it completed. False if no further read can bring anything.
-bool RpcClient::ReadOnce(ipc::IpcStreamer* streamer) {
+// What a read returned, and the commands that it completed. False if no further read can bring
+// anything.
+bool RpcClient::HandleReceived(int received) {
     CommandBuffer* const buffer = m_received.get();
-    const int received = streamer->Read(buffer->Room(), buffer->RoomSize(), kReadTimeoutMs);
     DumpDbgMsg("RpcClient::ThreadProc(): Read command done(%d).\n", received);
     if (m_stop || m_isBroken) {
         return false;

@@ -33,13 +33,13 @@ public:
     // Open that gives up after `timeoutMs` milliseconds; negative waits without limit.
     bool OpenWithin(long timeoutMs);
 
+    // Read that waits at most `timeoutMs` milliseconds, real ones, and takes what is there by then;
+    // negative waits without limit.
+    int ReadTimed(char* buf, int len, long timeoutMs);
+
     // Write that gives up after `timeoutMs` milliseconds: returns what was written by then, -2 if
     // that is nothing. Negative waits without limit.
     int WriteTimed(const char* buf, int len, long timeoutMs);
-
-    // Waits until a Read would not wait: for data, the end, or Interrupt. False after `timeoutMs`
-    // milliseconds, which are real ones, unlike those of Read; negative waits without limit.
-    bool WaitForData(long timeoutMs);
 
     // Ends every wait in this streamer, now and from now on: an Open fails, a Read without data
     // returns -2, a Write that cannot go on returns what it has written, or -1.
@@ -61,6 +61,7 @@ public:
 private:
     IpcStreamerPipeImpl(const char* name, int id, bool isServer);
     bool OpenDescriptors();
+    int ReadWithin(char* buf, int len, const timespec* wait);
 
     const bool m_isServer;
     int m_readDescriptor;

@@ -18,6 +18,7 @@
 namespace kpl::ipc {
 class IpcClient;
 class IpcStreamer;
+class IpcStreamerPipeImpl;
 }  // namespace kpl::ipc
 
 namespace kpl::os {
@@ -215,7 +216,7 @@ private:
     // Receiving, on the reader thread or on that of a waiting caller.
     void Read();
     void ReceiveFor(CallContext* context, const os::Deadline& deadline);
-    bool ReadOnce(ipc::IpcStreamer* streamer);
+    bool HandleReceived(int received);
     void GiveReceiveTurn(bool goesOn);
     void HandleCommand(RpcCommandDemuxer* command, char* bytes);
     void DeliverResult(unsigned int id, const char* bytes, int size);
@@ -230,6 +231,8 @@ private:
 
     char* m_serverName KPL_GUARDED_BY(m_stateLock) = nullptr;
     ipc::IpcStreamer* m_streamer KPL_GUARDED_BY(m_stateLock) = nullptr;
+    // m_streamer, if it is a pair of FIFOs: only their reads and writes know time limits.
+    ipc::IpcStreamerPipeImpl* m_pipe KPL_GUARDED_BY(m_stateLock) = nullptr;
     ipc::IpcClient* m_ipcClient KPL_GUARDED_BY(m_stateLock) = nullptr;
     std::map<unsigned long, ContextPtr> m_callContexts KPL_GUARDED_BY(m_stateLock);
     std::map<unsigned int, CallbackListPtr> m_callbackMap KPL_GUARDED_BY(m_stateLock);
