@@ -10,17 +10,17 @@
 #include "kpl/ipc/IpcStreamerPipeImpl.h"
 #include "kpl/tools/DebugLog.h"
 #include "rpc/CommandBuffer.h"
-#include "rpc/ReceiveTurn.h"
 #include "rpc/RpcCallbackHandler.h"
 #include "rpc/WriteTurn.h"
 
 // Threads, and where each may wait:
-//   a caller          in Invoke: for its write turn, in the write itself; then either in the
-//                     streamer's read, when it has the receive turn, or for its result event.
+//   a caller          in Invoke: for its write turn, in the write itself; then for its result
+//                     event or, if it has the receive turn, in the streamer's read, at most a
+//                     second at a time.
 //   a connecter       in Connect, holding m_lock: in the IPC connect, for the reader's start.
 //   a disconnecter    for m_lock; then for the reader's end and for the last writer's end.
-//   the reader        in the streamer's read, at most a second at a time; for the receive turn,
-//                     while callers receive.
+//   the reader        for the receive turn, while callers receive; in the streamer's read, at
+//                     most a second at a time; at its end for a caller that still receives.
 //   the callbacks'    for the next one; for the done event of the call that a callback belongs to;
 //   thread            and wherever the user's function waits.
 //
@@ -28,19 +28,13 @@
 // while they wait; no caller, and neither thread of the client, ever takes it. m_stateLock is held
 // for a few instructions and for no wait. The user's functions run without any lock.
 //
-// Receiving goes by turns (ReceiveTurn): who has the turn reads, and sets the result event of
-// whoever's result it was. A caller that gives the turn back sets the event of another one that
-// waits, who then tries to take it; if none waits, or if the chosen one has given up by then, the
-// reader takes it again by itself. So a result that has come is always read by somebody.
-//
 // Ending a connection (ReleaseLocked): who may be waiting is woken first (EndWaits: a blocked read
 // and write through the streamer's Interrupt, each call through its events, the reader through
-// m_stop and the end of the receive turn), then waited for (the reader by joining it, which itself
-// waits for a caller that receives, and the writer by taking the write turn); only
-// then are the references on the streamer dropped, ours last, which closes the FIFOs. A call whose
-// context was detached finds its reference already taken and does not touch the streamer. A
-// callback that runs is not waited for: it may be the one that disconnects. What it uses is
-// shared-owned.
+// m_stop and the end of receiving), then waited for (the reader by joining it, which itself waits
+// for a caller that receives; the writer by taking the write turn); only then are the references on
+// the streamer dropped, ours last, which closes the FIFOs. A call whose context was detached finds
+// its reference already taken and does not touch the streamer. A callback that runs is not waited
+// for: it may be the one that disconnects. What it uses is shared-owned.
 //
 // A reference on the streamer belongs to: the IPC client (two), the connection (m_holdsStreamer),
 // and each call in flight (CallContext::m_streamer).
@@ -54,7 +48,6 @@ RpcClient::RpcClient()
     : m_lock(new os::CCritSec),
       m_callbackHandler(new CallbackHandler(this)),
       m_writeTurn(new WriteTurn),
-      m_receiveTurn(new ReceiveTurn),
       m_received(new CommandBuffer),
       m_tag(new ClientTag) {
     ForceDumpDbgMsg("RpcClient::RpcClient(): Framework %s\n", "Revision: 735647");
@@ -223,9 +216,9 @@ void RpcClient::ReleaseLocked(Released* released) {
 }
 
 void RpcClient::EndWaits() {
-    os::CAutoLock lock(&m_stateLock);
     m_stop = true;
-    m_receiveTurn->End();
+    EndReceiving();
+    os::CAutoLock lock(&m_stateLock);
     if (m_pipe != nullptr && m_holdsStreamer) {
         m_pipe->Interrupt();
     }

@@ -8,7 +8,6 @@
 #include "kpl/rpc/RpcClient.h"
 #include "kpl/tools/DebugLog.h"
 #include "os/Deadline.h"
-#include "rpc/ReceiveTurn.h"
 #include "rpc/WriteTurn.h"
 
 namespace kpl::rpc {
@@ -275,33 +274,50 @@ void RpcClient::EndWrite(CallContext* context) {
 
 // Until the call has its answer, cannot get one any more, or its time is over.
 void RpcClient::AwaitResult(CallContext* context, const os::Deadline& deadline) {
-    while (IsInFlight(context)) {
-        if (CanReceive() && m_receiveTurn->TryTake()) {
-            ReceiveFor(context, deadline);
-        } else if (!context->m_resultEvent->Wait(deadline.LeftMs())) {
-            return;
+    Step step = NextStep(context);
+    while (step != Step::Leave) {
+        if (step == Step::Receive) {
+            Receive(deadline);
+        } else {
+            (void)context->m_resultEvent->Wait(deadline.LeftMs());
         }
-        if (deadline.IsOver()) {
-            return;
-        }
+        step = deadline.IsOver() ? Step::Leave : NextStep(context);
     }
 }
 
-// True while a call must wait; its event is then ready to be waited for.
-bool RpcClient::IsInFlight(CallContext* context) {
+RpcClient::Step RpcClient::NextStep(CallContext* context) {
     os::CAutoLock lock(&m_stateLock);
-    const bool waits = context->m_state == CallContext::State::Sent && !context->m_detached &&
-                       (!context->m_isTimed || IsAlive());
-    if (waits) {
-        context->m_resultEvent->Reset();
+    if (!IsInFlight(*context)) {
+        return Step::Leave;
     }
-    return waits;
+    context->m_resultEvent->Reset();
+    if (m_receivingEnded) {
+        GiveTurn(context);
+        return Step::Wait;
+    }
+    if (!context->m_hasTurn) {
+        ++m_turnRequests;
+        // Only FIFOs: the read of another streamer knows no time limit, and nothing wakes it.
+        if (m_turnTaken || m_pipe == nullptr) {
+            return Step::Wait;
+        }
+        m_turnTaken = true;
+        context->m_hasTurn = true;
+    }
+    return Step::Receive;
 }
 
-// Only from FIFOs: another streamer's read has one thread, and no wait that can be ended early.
-bool RpcClient::CanReceive() const {
-    os::CAutoLock lock(&m_stateLock);
-    return m_pipe != nullptr;
+// Sent, without an answer yet, and one can still come.
+bool RpcClient::IsInFlight(const CallContext& context) const {
+    return context.m_state == CallContext::State::Sent && !context.m_detached &&
+           (!context.m_isTimed || IsAlive());
+}
+
+void RpcClient::GiveTurn(CallContext* context) {
+    if (context->m_hasTurn) {
+        context->m_hasTurn = false;
+        PassTurn();
+    }
 }
 
 // Takes the call out of flight. True if it was answered; its callbacks are then registered.
@@ -318,6 +334,7 @@ bool RpcClient::EndCall(CallContext* context, const CallbackListPtr& callbacks) 
     } else if (callbacks != nullptr) {
         StoreCallbacks(static_cast<unsigned int>(context->m_id), callbacks);
     }
+    GiveTurn(context);
     context->m_doneEvent->Set();
     return answered;
 }

@@ -28,7 +28,6 @@ class Deadline;
 namespace kpl::rpc {
 
 class CommandBuffer;
-class ReceiveTurn;
 class WriteTurn;
 
 // Calls functions by name in a serving process. Connect once; then, on any thread: push the
@@ -84,6 +83,7 @@ public:
         State m_state = State::Fresh;
         bool m_isTimed = false;                  // ends by itself when the reader does
         ipc::IpcStreamer* m_streamer = nullptr;  // the call's own reference, null when given back
+        bool m_hasTurn = false;                  // its thread is the one that receives
 
         char* m_early;  // a result that came while Writing
         int m_earlySize = 0;
@@ -207,17 +207,23 @@ private:
                                          std::vector<std::shared_ptr<void>>* proxies);
     bool WriteCall(CallContext* context, int size, const os::Deadline& deadline);
     void EndWrite(CallContext* context);
+    enum class Step { Leave, Wait, Receive };
     void AwaitResult(CallContext* context, const os::Deadline& deadline);
-    bool IsInFlight(CallContext* context);
-    bool CanReceive() const;
+    Step NextStep(CallContext* context);
+    void GiveTurn(CallContext* context) KPL_REQUIRES(m_stateLock);
+    bool IsInFlight(const CallContext& context) const KPL_REQUIRES(m_stateLock);
     bool EndCall(CallContext* context, const CallbackListPtr& callbacks);
     void StoreCallbacks(unsigned int id, const CallbackListPtr& list) KPL_REQUIRES(m_stateLock);
 
     // Receiving, on the reader thread or on that of a waiting caller.
     void Read();
-    void ReceiveFor(CallContext* context, const os::Deadline& deadline);
-    bool HandleReceived(int received);
-    void GiveReceiveTurn(bool goesOn);
+    void BeginReceiving();
+    void EndReceiving();
+    bool TakeTurnAsReader();
+    void PassTurn() KPL_REQUIRES(m_stateLock);
+    void Receive(const os::Deadline& deadline);
+    void HandleReceived(int received);
+    bool HandleCommands(int received);
     void HandleCommand(RpcCommandDemuxer* command, char* bytes);
     void DeliverResult(unsigned int id, const char* bytes, int size);
     static void PutResult(CallContext* context, const char* bytes, int size);
@@ -250,8 +256,17 @@ private:
     std::atomic<bool> m_isBroken{false};  // half a command was written, or too much came
     os::CEvent m_readerStarted{false};
     const std::unique_ptr<WriteTurn> m_writeTurn;
-    const std::unique_ptr<ReceiveTurn> m_receiveTurn;
-    const std::unique_ptr<CommandBuffer> m_received;  // belongs to whoever has the receive turn
+
+    // Who receives: see RpcClientReader.cpp.
+    const std::unique_ptr<CommandBuffer> m_received;  // belongs to who has the turn
+    bool m_turnTaken KPL_GUARDED_BY(m_stateLock) = false;
+    bool m_receivingEnded KPL_GUARDED_BY(m_stateLock) = true;     // nobody takes the turn any more
+    bool m_readerSleeps KPL_GUARDED_BY(m_stateLock) = false;      // until a caller wakes it
+    unsigned int m_turnRequests KPL_GUARDED_BY(m_stateLock) = 0;  // of callers
+    unsigned int m_seenTurnRequests KPL_GUARDED_BY(m_stateLock) = 0;  // when the reader last looked
+    os::CEvent m_readerWakes{false};
+    os::CEvent m_turnGiven{false};  // after the end of receiving: nobody has the turn
+
     const std::shared_ptr<ClientTag> m_tag;
 };
 
