@@ -141,11 +141,11 @@ public:
     // gone; negative waits without limit. A late result is dropped.
     bool Invoke(const char* functionName, long timeoutMs);
 
-    // True while the connection can bring results: its reader runs. Any thread.
+    // True while the connection can bring results. Any thread.
     bool IsAlive() const;
 
-    // Forget every thread's context (their calls return false), and every call's callbacks.
-    // Any thread.
+    // Forget every thread's context (their calls return false, within a second), and every call's
+    // callbacks. Any thread.
     void RemoveAllCachedCallContext();
     void RemoveAllCachedCallbackFunctions();
 
