@@ -70,9 +70,12 @@ void CompareTwoThreads(int rounds) {
     const PeerServer raw = PeerServer::OfFifoPairs(2);
     const std::unique_ptr<Adder> first = raw.ConnectPair(0);
     const std::unique_ptr<Adder> second = raw.ConnectPair(1);
+    const PeerServer grpc(kGrpc);
+    const std::unique_ptr<Adder> stub = grpc.Connect();
     Contest contest("two calling threads, pinned", "calls/s");
     contest.Add("ours", [&] { return CallsPerSecond({client.get(), client.get()}); });
     contest.Add("raw: two FIFO pairs", [&] { return CallsPerSecond({first.get(), second.get()}); });
+    contest.Add(kGrpc.name, [&] { return CallsPerSecond({stub.get(), stub.get()}); });
     contest.Run(rounds);
 }
 

@@ -27,8 +27,8 @@ struct Peer {
     std::unique_ptr<Adder> (*connect)(const std::string& directory);
 };
 
-// Any number of threads may call on one Adder of ours, and any number of clients come; of the
-// others one thread and one client.
+// Any number of threads may call on one Adder of ours or of gRPC, and any number of their clients
+// come; of the others one thread and one client.
 extern const Peer kOurs;
 
 // No library at all: the same bytes there and back, through two FIFOs. One blocks in read(2), the
@@ -38,6 +38,11 @@ extern const Peer kFifosWithSelect;
 
 extern const Peer kSdBus;
 extern const Peer kSdBusOverBus;  // with a private message bus in between
+
+extern const Peer kZeroMq;
+extern const Peer kNng;
+extern const Peer kGrpc;
+extern const Peer kCapnp;
 
 // Several pairs of FIFOs and one server process, which has a thread for each. Before it starts.
 void MakeFifoPairs(const std::string& directory, int count);

@@ -23,8 +23,9 @@ std::string NewDirectory(int pairs) {
 }  // namespace
 
 const std::vector<const Peer*>& Peers() {
-    static const std::vector<const Peer*> peers{&kOurs, &kFifos, &kFifosWithSelect, &kSdBus,
-                                                &kSdBusOverBus};
+    static const std::vector<const Peer*> peers{&kOurs,  &kFifos,        &kFifosWithSelect,
+                                                &kSdBus, &kSdBusOverBus, &kZeroMq,
+                                                &kNng,   &kGrpc,         &kCapnp};
     return peers;
 }
 
