@@ -292,7 +292,7 @@ RpcClient::Step RpcClient::NextStep(CallContext* context) {
     }
     context->m_resultEvent->Reset();
     if (m_receivingEnded) {
-        GiveTurn(context);
+        (void)GiveTurn(context);  // to nobody
         return Step::Wait;
     }
     if (!context->m_hasTurn) {
@@ -313,29 +313,36 @@ bool RpcClient::IsInFlight(const CallContext& context) const {
            (!context.m_isTimed || IsAlive());
 }
 
-void RpcClient::GiveTurn(CallContext* context) {
-    if (context->m_hasTurn) {
-        context->m_hasTurn = false;
-        PassTurn();
+// Returns whom to Wake then.
+RpcClient::ContextPtr RpcClient::GiveTurn(CallContext* context) {
+    if (!context->m_hasTurn) {
+        return nullptr;
     }
+    context->m_hasTurn = false;
+    return PassTurn();
 }
 
 // Takes the call out of flight. True if it was answered; its callbacks are then registered.
 bool RpcClient::EndCall(CallContext* context, const CallbackListPtr& callbacks) {
-    os::CAutoLock lock(&m_stateLock);
-    if (context->m_streamer != nullptr) {
-        context->m_streamer->Close();
-        context->m_streamer = nullptr;
+    ContextPtr next;
+    bool answered = false;
+    {
+        os::CAutoLock lock(&m_stateLock);
+        if (context->m_streamer != nullptr) {
+            context->m_streamer->Close();
+            context->m_streamer = nullptr;
+        }
+        answered = context->m_state == CallContext::State::Answered && !context->m_detached;
+        if (!answered) {
+            // From here on a late result finds nobody, so it cannot overwrite the next command.
+            context->m_state = CallContext::State::Abandoned;
+        } else if (callbacks != nullptr) {
+            StoreCallbacks(static_cast<unsigned int>(context->m_id), callbacks);
+        }
+        context->m_doneEvent->Set();
+        next = GiveTurn(context);
     }
-    const bool answered = context->m_state == CallContext::State::Answered && !context->m_detached;
-    if (!answered) {
-        // From here on a late result finds nobody, so it cannot overwrite the next command.
-        context->m_state = CallContext::State::Abandoned;
-    } else if (callbacks != nullptr) {
-        StoreCallbacks(static_cast<unsigned int>(context->m_id), callbacks);
-    }
-    GiveTurn(context);
-    context->m_doneEvent->Set();
+    Wake(next);
     return answered;
 }
 

@@ -53,8 +53,12 @@ void RpcClient::Read() {
     m_readerStarted.Set();
     while (TakeTurnAsReader()) {
         HandleReceived(streamer->Read(m_received->Room(), m_received->RoomSize(), kReadTimeoutMs));
-        os::CAutoLock lock(&m_stateLock);
-        PassTurn();
+        ContextPtr next;
+        {
+            os::CAutoLock lock(&m_stateLock);
+            next = PassTurn();
+        }
+        Wake(next);
     }
     m_turnGiven.Wait(-1);
     m_running = false;
@@ -110,25 +114,32 @@ bool RpcClient::TakeTurnAsReader() {
     }
 }
 
-// By who has the turn: to the next caller that waits, otherwise to nobody.
-void RpcClient::PassTurn() {
+// By who has the turn: to the next caller that waits, otherwise to nobody. Returns whom to Wake
+// then.
+RpcClient::ContextPtr RpcClient::PassTurn() {
     m_turnTaken = false;
     if (m_receivingEnded) {
         m_turnGiven.Set();
-        return;
+        return nullptr;
     }
     for (const auto& entry : m_callContexts) {
-        CallContext* const context = entry.second.get();
-        if (m_pipe != nullptr && IsInFlight(*context)) {
+        if (m_pipe != nullptr && IsInFlight(*entry.second)) {
             m_turnTaken = true;
-            context->m_hasTurn = true;
-            context->m_resultEvent->Set();
-            return;
+            entry.second->m_hasTurn = true;
+            return entry.second;
         }
     }
     if (m_readerSleeps) {
         m_readerSleeps = false;
         m_readerWakes.Set();
+    }
+    return nullptr;
+}
+
+// Not under the state lock, which is what a woken caller takes first. Null wakes nobody.
+void RpcClient::Wake(const ContextPtr& context) {
+    if (context != nullptr) {
+        context->m_resultEvent->SetKept();
     }
 }
 
@@ -192,7 +203,7 @@ void RpcClient::HandleCommand(RpcCommandDemuxer* command, char* bytes) {
         case RPC_COMMAND_RESULT:
             DumpDbgMsg("RpcClient::ThreadProc(): Demuxed ID(%d), Return(%d).\n",
                        static_cast<int>(command->GetId()), command->Get<int>(0));
-            DeliverResult(command->GetId(), bytes, command->GetSize());
+            Wake(DeliverResult(command->GetId(), bytes, command->GetSize()));
             break;
         default:
             ForceDumpDbgMsg("RpcClient::ThreadProc(): ??????? Invalud type(%d)\n",
@@ -201,8 +212,9 @@ void RpcClient::HandleCommand(RpcCommandDemuxer* command, char* bytes) {
     }
 }
 
-// Only to a call in flight. Any other result is dropped: it is late, or nobody's.
-void RpcClient::DeliverResult(unsigned int id, const char* bytes, int size) {
+// Only to a call in flight; returns whom to Wake then. Any other result is dropped: it is late, or
+// nobody's.
+RpcClient::ContextPtr RpcClient::DeliverResult(unsigned int id, const char* bytes, int size) {
     os::CAutoLock lock(&m_stateLock);
     for (const auto& entry : m_callContexts) {
         CallContext* const context = entry.second.get();
@@ -211,19 +223,19 @@ void RpcClient::DeliverResult(unsigned int id, const char* bytes, int size) {
         }
         if (context->m_state == CallContext::State::Sent) {
             PutResult(context, bytes, size);
-            return;
+            return entry.second;
         }
         if (context->m_state == CallContext::State::Writing) {
             PutEarlyResult(context, bytes, size);
-            return;
+            break;
         }
     }
+    return nullptr;
 }
 
 void RpcClient::PutResult(CallContext* context, const char* bytes, int size) {
     memcpy(context->m_buffer, bytes, static_cast<size_t>(size));
     context->m_state = CallContext::State::Answered;
-    context->m_resultEvent->Set();
 }
 
 // The buffer still belongs to the write.

@@ -210,7 +210,7 @@ private:
     enum class Step { Leave, Wait, Receive };
     void AwaitResult(CallContext* context, const os::Deadline& deadline);
     Step NextStep(CallContext* context);
-    void GiveTurn(CallContext* context) KPL_REQUIRES(m_stateLock);
+    ContextPtr GiveTurn(CallContext* context) KPL_REQUIRES(m_stateLock);
     bool IsInFlight(const CallContext& context) const KPL_REQUIRES(m_stateLock);
     bool EndCall(CallContext* context, const CallbackListPtr& callbacks);
     void StoreCallbacks(unsigned int id, const CallbackListPtr& list) KPL_REQUIRES(m_stateLock);
@@ -220,12 +220,13 @@ private:
     void BeginReceiving();
     void EndReceiving();
     bool TakeTurnAsReader();
-    void PassTurn() KPL_REQUIRES(m_stateLock);
+    ContextPtr PassTurn() KPL_REQUIRES(m_stateLock);
+    static void Wake(const ContextPtr& context);
     void Receive(const os::Deadline& deadline);
     void HandleReceived(int received);
     bool HandleCommands(int received);
     void HandleCommand(RpcCommandDemuxer* command, char* bytes);
-    void DeliverResult(unsigned int id, const char* bytes, int size);
+    ContextPtr DeliverResult(unsigned int id, const char* bytes, int size);
     static void PutResult(CallContext* context, const char* bytes, int size);
     static void PutEarlyResult(CallContext* context, const char* bytes, int size);
     void EndTimedCalls();
