@@ -276,12 +276,16 @@ void RpcClient::EndWrite(CallContext* context) {
 void RpcClient::AwaitResult(CallContext* context, const os::Deadline& deadline) {
     Step step = NextStep(context);
     while (step != Step::Leave) {
-        if (step == Step::Receive) {
+        const bool receives = step == Step::Receive;
+        if (receives) {
             Receive(deadline);
         } else {
             (void)context->m_resultEvent->Wait(deadline.LeftMs());
         }
         step = deadline.IsOver() ? Step::Leave : NextStep(context);
+        if (receives && step != Step::Leave) {
+            WakeAnswered();  // otherwise EndCall does
+        }
     }
 }
 
@@ -295,10 +299,13 @@ RpcClient::Step RpcClient::NextStep(CallContext* context) {
         (void)GiveTurn(context);  // to nobody
         return Step::Wait;
     }
+    if (m_pipe == nullptr) {
+        return Step::Wait;  // The read of another kind of streamer knows no limit: only the
+                            // reader's.
+    }
     if (!context->m_hasTurn) {
         ++m_turnRequests;
-        // Only FIFOs: the read of another streamer knows no time limit, and nothing wakes it.
-        if (m_turnTaken || m_pipe == nullptr) {
+        if (m_turnTaken) {
             return Step::Wait;
         }
         m_turnTaken = true;
@@ -326,6 +333,7 @@ RpcClient::ContextPtr RpcClient::GiveTurn(CallContext* context) {
 bool RpcClient::EndCall(CallContext* context, const CallbackListPtr& callbacks) {
     ContextPtr next;
     bool answered = false;
+    bool hadTurn = false;
     {
         os::CAutoLock lock(&m_stateLock);
         if (context->m_streamer != nullptr) {
@@ -340,9 +348,14 @@ bool RpcClient::EndCall(CallContext* context, const CallbackListPtr& callbacks) 
             StoreCallbacks(static_cast<unsigned int>(context->m_id), callbacks);
         }
         context->m_doneEvent->Set();
+        context->m_mustWake = false;
+        hadTurn = context->m_hasTurn;
         next = GiveTurn(context);
     }
     Wake(next);
+    if (hadTurn) {
+        WakeAnswered();
+    }
     return answered;
 }
 

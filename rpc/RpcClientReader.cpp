@@ -59,6 +59,7 @@ void RpcClient::Read() {
             next = PassTurn();
         }
         Wake(next);
+        WakeAnswered();
     }
     m_turnGiven.Wait(-1);
     m_running = false;
@@ -143,6 +144,26 @@ void RpcClient::Wake(const ContextPtr& context) {
     }
 }
 
+// A call that has got its result without its thread having been woken; null if there is none.
+RpcClient::ContextPtr RpcClient::TakeAnswered() {
+    os::CAutoLock lock(&m_stateLock);
+    for (const auto& entry : m_callContexts) {
+        if (entry.second->m_mustWake) {
+            entry.second->m_mustWake = false;
+            return entry.second;
+        }
+    }
+    return nullptr;
+}
+
+// By who has received. Best without the turn: a woken caller often calls again at once, and then
+// takes it.
+void RpcClient::WakeAnswered() {
+    while (const ContextPtr context = TakeAnswered()) {
+        Wake(context);
+    }
+}
+
 // A caller's read, with the turn in hand.
 void RpcClient::Receive(const os::Deadline& deadline) {
     ipc::IpcStreamerPipeImpl* pipe = nullptr;
@@ -201,9 +222,11 @@ void RpcClient::HandleCommand(RpcCommandDemuxer* command, char* bytes) {
             }
             break;
         case RPC_COMMAND_RESULT:
-            DumpDbgMsg("RpcClient::ThreadProc(): Demuxed ID(%d), Return(%d).\n",
-                       static_cast<int>(command->GetId()), command->Get<int>(0));
-            Wake(DeliverResult(command->GetId(), bytes, command->GetSize()));
+            if (tools::IsDumpLogEnabled()) {  // or the value need not be looked for
+                DumpDbgMsg("RpcClient::ThreadProc(): Demuxed ID(%d), Return(%d).\n",
+                           static_cast<int>(command->GetId()), command->Get<int>(0));
+            }
+            DeliverResult(command->GetId(), bytes, command->GetSize());
             break;
         default:
             ForceDumpDbgMsg("RpcClient::ThreadProc(): ??????? Invalud type(%d)\n",
@@ -212,9 +235,8 @@ void RpcClient::HandleCommand(RpcCommandDemuxer* command, char* bytes) {
     }
 }
 
-// Only to a call in flight; returns whom to Wake then. Any other result is dropped: it is late, or
-// nobody's.
-RpcClient::ContextPtr RpcClient::DeliverResult(unsigned int id, const char* bytes, int size) {
+// Only to a call in flight. Any other result is dropped: it is late, or nobody's.
+void RpcClient::DeliverResult(unsigned int id, const char* bytes, int size) {
     os::CAutoLock lock(&m_stateLock);
     for (const auto& entry : m_callContexts) {
         CallContext* const context = entry.second.get();
@@ -223,19 +245,19 @@ RpcClient::ContextPtr RpcClient::DeliverResult(unsigned int id, const char* byte
         }
         if (context->m_state == CallContext::State::Sent) {
             PutResult(context, bytes, size);
-            return entry.second;
+            return;
         }
         if (context->m_state == CallContext::State::Writing) {
             PutEarlyResult(context, bytes, size);
-            break;
+            return;
         }
     }
-    return nullptr;
 }
 
 void RpcClient::PutResult(CallContext* context, const char* bytes, int size) {
     memcpy(context->m_buffer, bytes, static_cast<size_t>(size));
     context->m_state = CallContext::State::Answered;
+    context->m_mustWake = true;
 }
 
 // The buffer still belongs to the write.

@@ -84,6 +84,7 @@ public:
         bool m_isTimed = false;                  // ends by itself when the reader does
         ipc::IpcStreamer* m_streamer = nullptr;  // the call's own reference, null when given back
         bool m_hasTurn = false;                  // its thread is the one that receives
+        bool m_mustWake = false;                 // answered, and its thread was not woken yet
 
         char* m_early;  // a result that came while Writing
         int m_earlySize = 0;
@@ -222,11 +223,13 @@ private:
     bool TakeTurnAsReader();
     ContextPtr PassTurn() KPL_REQUIRES(m_stateLock);
     static void Wake(const ContextPtr& context);
+    ContextPtr TakeAnswered();
+    void WakeAnswered();
     void Receive(const os::Deadline& deadline);
     void HandleReceived(int received);
     bool HandleCommands(int received);
     void HandleCommand(RpcCommandDemuxer* command, char* bytes);
-    ContextPtr DeliverResult(unsigned int id, const char* bytes, int size);
+    void DeliverResult(unsigned int id, const char* bytes, int size);
     static void PutResult(CallContext* context, const char* bytes, int size);
     static void PutEarlyResult(CallContext* context, const char* bytes, int size);
     void EndTimedCalls();
