@@ -34,22 +34,18 @@ Codec Sha1() {
     return Checksum(G_CHECKSUM_SHA1);
 }
 
-Codec Base64Encode() {
-    return [](unsigned char* out, const unsigned char* in, size_t length) {
-        auto* const text = reinterpret_cast<gchar*>(out);
-        gint state = 0;
-        gint save = 0;
-        const gsize size = g_base64_encode_step(in, length, FALSE, text, &state, &save);
-        return size + g_base64_encode_close(FALSE, text + size, &state, &save);
-    };
+size_t Base64Encode(unsigned char* out, const unsigned char* in, size_t length) {
+    auto* const text = reinterpret_cast<gchar*>(out);
+    gint state = 0;
+    gint save = 0;
+    const gsize size = g_base64_encode_step(in, length, FALSE, text, &state, &save);
+    return size + g_base64_encode_close(FALSE, text + size, &state, &save);
 }
 
-Codec Base64Decode() {
-    return [](unsigned char* out, const unsigned char* in, size_t length) {
-        gint state = 0;
-        guint save = 0;
-        return g_base64_decode_step(reinterpret_cast<const gchar*>(in), length, out, &state, &save);
-    };
+size_t Base64Decode(unsigned char* out, const unsigned char* in, size_t length) {
+    gint state = 0;
+    guint save = 0;
+    return g_base64_decode_step(reinterpret_cast<const gchar*>(in), length, out, &state, &save);
 }
 
 }  // namespace kpl::bench::glib

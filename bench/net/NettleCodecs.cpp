@@ -43,21 +43,17 @@ Codec Rc4(const std::string& key) {
     };
 }
 
-Codec Base64Encode() {
-    return [](unsigned char* out, const unsigned char* in, size_t length) {
-        base64_encode_raw(reinterpret_cast<char*>(out), length, in);
-        return BASE64_ENCODE_RAW_LENGTH(length);
-    };
+size_t Base64Encode(unsigned char* out, const unsigned char* in, size_t length) {
+    base64_encode_raw(reinterpret_cast<char*>(out), length, in);
+    return BASE64_ENCODE_RAW_LENGTH(length);
 }
 
-Codec Base64Decode() {
-    return [](unsigned char* out, const unsigned char* in, size_t length) {
-        base64_decode_ctx ctx;
-        base64_decode_init(&ctx);
-        size_t size = 0;
-        base64_decode_update(&ctx, &size, out, length, reinterpret_cast<const char*>(in));
-        return base64_decode_final(&ctx) == 1 ? size : 0;
-    };
+size_t Base64Decode(unsigned char* out, const unsigned char* in, size_t length) {
+    base64_decode_ctx ctx;
+    base64_decode_init(&ctx);
+    size_t size = 0;
+    base64_decode_update(&ctx, &size, out, length, reinterpret_cast<const char*>(in));
+    return base64_decode_final(&ctx) == 1 ? size : 0;
 }
 
 }  // namespace kpl::bench::nettle

@@ -53,18 +53,14 @@ Codec Rc4(const std::string& key) {
     };
 }
 
-Codec Base64Encode() {
-    return [](unsigned char* out, const unsigned char* in, size_t length) {
-        return static_cast<size_t>(EVP_EncodeBlock(out, in, static_cast<int>(length)));
-    };
+size_t Base64Encode(unsigned char* out, const unsigned char* in, size_t length) {
+    return static_cast<size_t>(EVP_EncodeBlock(out, in, static_cast<int>(length)));
 }
 
 // It counts a last group as three bytes, whatever its padding.
-Codec Base64Decode() {
-    return [](unsigned char* out, const unsigned char* in, size_t length) {
-        const auto size = static_cast<size_t>(EVP_DecodeBlock(out, in, static_cast<int>(length)));
-        return size - (in[length - 1] == '=') - (in[length - 2] == '=');
-    };
+size_t Base64Decode(unsigned char* out, const unsigned char* in, size_t length) {
+    const auto size = static_cast<size_t>(EVP_DecodeBlock(out, in, static_cast<int>(length)));
+    return size - (in[length - 1] == '=') - (in[length - 2] == '=');
 }
 
 }  // namespace kpl::bench::openssl
