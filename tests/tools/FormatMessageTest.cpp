@@ -88,6 +88,7 @@ TEST(FormatMessageTest, EveryOtherConversion) {
     ExpectSame("%s %p", "a", static_cast<const void*>("b"));
     ExpectSame("%s %ls %lc", "a", L"b", static_cast<wint_t>(L'c'));
     ExpectSame("%d %5c|", 1, 'c');
+    ExpectSame("%d %lc", 1, static_cast<wint_t>(0x20ac));  // none of the locale "C": fails
 }
 
 }  // namespace
