@@ -40,7 +40,7 @@ constexpr Table kToCharacter = MakeToCharacter();
 constexpr Table MakeUpperHalves() {
     Table table{};
     for (int value = 0; value < 64; ++value) {
-        const int c = kBase64Alphabet[value];
+        const auto c = static_cast<unsigned char>(kBase64Alphabet[value]);
         table.byte[c & 15] = static_cast<unsigned char>(table.byte[c & 15] | 1 << (c >> 4));
     }
     return table;
@@ -53,7 +53,7 @@ constexpr Table kBitOfHalf = {{1, 2, 4, 8, 16, 32, 64, 128}};
 constexpr Table MakeToValue() {
     Table table{};
     for (int value = 0; value < 64; ++value) {
-        const int c = kBase64Alphabet[value];
+        const auto c = static_cast<unsigned char>(kBase64Alphabet[value]);
         table.byte[(c >> 4) - (c == '/' ? 1 : 0)] = static_cast<unsigned char>(value - c);
     }
     return table;

@@ -24,7 +24,10 @@ public:
     }
 
     bool Put(const char* text) {
-        const size_t length = text != nullptr ? strlen(text) : SIZE_MAX;
+        if (text == nullptr) {
+            return false;
+        }
+        const size_t length = strlen(text);
         if (length > static_cast<size_t>(m_last - m_at)) {
             return false;
         }
