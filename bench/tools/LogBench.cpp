@@ -1,6 +1,6 @@
-// What a message costs while the log is off, beside a call that does nothing but look, an empty loop,
-// and the formatting that is saved; and what one costs that goes to a file, beside spdlog. All files
-// are in a directory that goes with the program.
+// What a message costs while the log is off, beside a call that does nothing but look, an empty
+// loop, and the formatting that is saved; and what one costs that goes to a file, beside spdlog.
+// All files are in a directory that goes with the program.
 //
 //   log_bench [rounds]
 #include <pthread.h>
