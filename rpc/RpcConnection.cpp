@@ -108,10 +108,10 @@ void RpcConnection::Serve() {
 bool RpcConnection::ServeCommands() {
     while (m_received.Size() > 0 && !m_isEnding) {
         RpcCommandDemuxer command(m_received.Front(), m_received.Size());
-        if (!command.IsValidCommand()) {
+        const int size = command.GetSize();
+        if (size == 0) {  // not a whole command
             return CanBecomeInvoke(m_received.Front(), m_received.Size()) || ComplainAboutBytes();
         }
-        const int size = command.GetSize();
         if (!ServeInvoke(&command)) {
             return false;
         }

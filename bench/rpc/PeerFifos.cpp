@@ -63,12 +63,17 @@ public:
     }
 
 private:
+    // As a program does that looks at a flag once a second.
     bool WaitReadable() const {
-        fd_set set;
-        FD_ZERO(&set);
-        FD_SET(m_reader, &set);
-        timeval timeout{1, 0};
-        return select(m_reader + 1, &set, nullptr, nullptr, &timeout) == 1;
+        int ready = 0;
+        while (ready == 0) {
+            fd_set set;
+            FD_ZERO(&set);
+            FD_SET(m_reader, &set);
+            timeval timeout{1, 0};
+            ready = select(m_reader + 1, &set, nullptr, nullptr, &timeout);
+        }
+        return ready == 1;
     }
 
     const int m_reader;
