@@ -76,6 +76,7 @@ private:
         uint64_t serial;  // descriptor numbers and addresses come again, serials do not
     };
     struct WatchList;
+    struct ArrivalList;
     class Removed;
     using Connections = std::map<int, Connection>;
 
@@ -84,16 +85,19 @@ private:
     bool StartThread() KPL_REQUIRES(m_lock);
     bool HasRoom() KPL_REQUIRES(m_lock);
     int WaitForData(WatchList* list, int timeout);
+    int WaitForNext(ArrivalList* list);
     bool UpdateWatchList(WatchList* list);
     int FirstReady(WatchList* list);
-    void ProcessData(const WatchList& list, int fd);
+    void ProcessData(ArrivalList* list, int fd);
     CServerProtocolProcessor* BeginProcess(const WatchList& list, int fd);
     void EndProcess(int fd, bool keep);
+    void ShowList(ArrivalList* list);
     bool EndIfDone(int waitResult);
     Connections::iterator Remove(Connections::iterator entry, Removed* removed)
         KPL_REQUIRES(m_lock);
     void SetHeld(const std::atomic<const CSocket*>* held);
     void BeginStop();
+    void WakeThread() KPL_REQUIRES(m_lock);
     void Join();
 
     os::CThread* m_thread KPL_GUARDED_BY(m_lock) = nullptr;
@@ -102,6 +106,7 @@ private:
     std::atomic<bool> m_running{false};  // set by the thread, cleared by it under the lock
 
     os::CEvent m_started{false};
+    ArrivalList* m_list KPL_GUARDED_BY(m_lock) = nullptr;  // the thread's, while it runs
     uint64_t m_changes KPL_GUARDED_BY(m_lock) = 1;  // of m_connections; also gives the serials
     CServerProtocolProcessor* m_processing KPL_GUARDED_BY(m_lock) = nullptr;
     bool m_processingRemoved KPL_GUARDED_BY(m_lock) = false;
