@@ -43,7 +43,10 @@ bool Arrivals::Watch(int fd, uint64_t serial) const {
     epoll_event event{};
     event.events = EPOLLIN | EPOLLRDHUP | EPOLLET;
     event.data.u64 = serial;
-    return epoll_ctl(m_epoll, EPOLL_CTL_ADD, fd, &event) == 0 || errno == EEXIST;
+    if (epoll_ctl(m_epoll, EPOLL_CTL_ADD, fd, &event) == 0) {
+        return true;
+    }
+    return errno == EEXIST && epoll_ctl(m_epoll, EPOLL_CTL_MOD, fd, &event) == 0;
 }
 
 void Arrivals::TickNow() const {

@@ -17,12 +17,12 @@ public:
     Arrivals(const Arrivals&) = delete;
     Arrivals& operator=(const Arrivals&) = delete;
 
-    // False if the process had no descriptors left for it; nothing else may be called then.
+    // False if the process had no descriptors left for it; only Watch may be called then, in vain.
     bool IsUsable() const { return m_epoll != -1 && m_clock != -1; }
 
     // From now on, until the descriptor is closed. What can be read already counts as arrived. The
-    // serial, which is not 0, is what Take calls it by: the number may be another's by then. False
-    // if it cannot be watched.
+    // serial, which is not 0, is what Take calls it by: the number may be another's by then. One
+    // that is watched already gets the new serial. False if it cannot be watched. Any thread.
     bool Watch(int fd, uint64_t serial) const;
 
     // Ends the wait, or the next one, as a tick does. Any thread, as long as the object lives.

@@ -12,7 +12,7 @@
 
 // Who waits where, and who wakes whom:
 //   server thread   for its connections, half a millisecond at a time, up to two while they keep it
-//                   busy; whoever adds or removes one from outside wakes it. In Process, which is
+//                   busy; whoever ends some from outside wakes it. In Process, which is
 //                   user code: in a send that the peer does not take, it is woken by shutting the
 //                   socket down; nothing else ends user code.
 //   AddSocket       for a new thread to set m_running, under the lock, which that does not need.
@@ -47,6 +47,7 @@ struct CServerThread::WatchList {
     std::vector<uint64_t> serials;    // of their connections
     uint64_t changes = 0;             // m_changes when it was made; 0: to be made anew
     unsigned int closings = 0;        // Closings() when its connections were last looked through
+    bool isBlind = false;             // there is one that is not watched
     bool isNew = false;               // made anew, and not looked at yet
     size_t first = 0;                 // where the one stands that FirstReady found
 
@@ -75,27 +76,14 @@ struct CServerThread::WatchList {
 // tell what has become ready since the last one. Some things are not told: what a connection has
 // left unread, and a descriptor that is not open any more; therefore a look now and then.
 struct CServerThread::ArrivalList : WatchList {
-    Arrivals arrivals{os::UnscaledTimeout(kPollTimeoutMs).tv_nsec};
-    uint64_t watched = 0;  // the highest serial up to which all are
+    Arrivals* arrivals;
     bool needsLook = true;
-    bool isBlind = false;  // there is one that could not be watched
     unsigned int cycles = 0;
 
-    // Serials are taken from the changes. One that is watched already is no harm.
-    void WatchNew() {
-        for (size_t i = 0; i < serials.size(); ++i) {
-            if (serials[i] > watched) {
-                isBlind = !arrivals.Watch(descriptors[i].fd, serials[i]) || isBlind;
-            }
-        }
-        watched = std::max(watched, changes);
-    }
+    explicit ArrivalList(Arrivals* theArrivals) : arrivals(theArrivals) {}
 
     // What is ready by now. False if the look failed.
     bool Refresh() {
-        if (isNew) {
-            WatchNew();
-        }
         if (isNew || needsLook || isBlind || ++cycles % kCyclesPerLook == 0) {
             constexpr timespec kNoWait{};
             isNew = false;
@@ -116,7 +104,7 @@ struct CServerThread::ArrivalList : WatchList {
 
     // Adds what has become ready; waits for it until the next tick if it may.
     void Take(bool mayWait) {
-        arrivals.Take(mayWait, [this](uint64_t serial, short events) {
+        arrivals->Take(mayWait, [this](uint64_t serial, short events) {
             const auto place = std::find(serials.begin(), serials.end(), serial);
             if (place != serials.end()) {  // else it is a tick, or a connection that has ended
                 descriptors[static_cast<size_t>(place - serials.begin())].revents |= events;
@@ -143,7 +131,8 @@ private:
     std::vector<CServerProtocolProcessor*> m_processors;
 };
 
-CServerThread::CServerThread() {
+CServerThread::CServerThread()
+    : m_arrivals(new Arrivals(os::UnscaledTimeout(kPollTimeoutMs).tv_nsec)) {
     DumpDbgMsg("CServerThread::CServerThread(): ....\n");
 }
 
@@ -151,6 +140,7 @@ CServerThread::~CServerThread() {
     DumpDbgMsg("CServerThread::~CServerThread(): ....\n");
     Stop();
     Join();
+    delete m_arrivals;
     DumpDbgMsg("CServerThread::~CServerThread(): Done....\n");
 }
 
@@ -186,7 +176,7 @@ bool CServerThread::AddSocket(int fd, CSocket* socket, com::IUnknown* param) {
         return false;
     }
     m_connections[fd] = Connection{processor, socket, ++m_changes};
-    WakeThread();
+    m_isBlind = !m_arrivals->Watch(fd, m_changes) || m_isBlind;
     DumpDbgMsg("CServerThread::AddSocket(): iSocketFd=%d, pSocket=%p\n", fd,
                static_cast<void*>(socket));
     return true;
@@ -222,8 +212,7 @@ void CServerThread::Serve() {
     m_running = true;
     DumpDbgMsg("CServerThread::ThreadProc(): Start....\n");
     m_started.Set();
-    ArrivalList list;
-    ShowList(&list);
+    ArrivalList list(m_arrivals);
     int result = 0;
     do {
         result = WaitForNext(&list);
@@ -233,15 +222,9 @@ void CServerThread::Serve() {
     } while (!EndIfDone(result));
 }
 
-void CServerThread::ShowList(ArrivalList* list) {
-    os::CAutoLock lock(&m_lock);
-    m_list = list;
-}
-
-// It need not be told what it sees anyway before it waits.
 void CServerThread::WakeThread() {
-    if (m_list != nullptr && m_list->arrivals.IsUsable()) {
-        m_list->arrivals.TickNow();
+    if (m_arrivals->IsUsable()) {
+        m_arrivals->TickNow();
     }
 }
 
@@ -252,7 +235,6 @@ bool CServerThread::EndIfDone(int waitResult) {
     if (waitResult != kWaitFailed && !m_stopping && !m_connections.empty()) {
         return false;
     }
-    m_list = nullptr;
     m_running = false;
     DumpDbgMsg("CServerThread::ThreadProc(): Done.....\n");
     return true;
@@ -277,7 +259,7 @@ int CServerThread::WaitForData(WatchList* list, int timeout) {
 
 // As WaitForData with kPollTimeoutMs.
 int CServerThread::WaitForNext(ArrivalList* list) {
-    if (!list->arrivals.IsUsable()) {
+    if (!m_arrivals->IsUsable()) {
         return WaitForData(list, kPollTimeoutMs);
     }
     if (!UpdateWatchList(list)) {
@@ -307,6 +289,7 @@ bool CServerThread::UpdateWatchList(WatchList* list) {
     if (list->changes != m_changes) {
         list->Clear();
         list->isNew = true;
+        list->isBlind = m_isBlind;
         list->changes = m_changes;
         for (const auto& [fd, connection] : m_connections) {
             if (connection.socket != held) {
