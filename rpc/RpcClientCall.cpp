@@ -190,7 +190,7 @@ bool RpcClient::InvokeIn(CallContext* context, const char* functionName,
     }
     m_writeTurn->Give();
     if (sent) {
-        (void)context->m_resultEvent->Wait(deadline.LeftMs());
+        AwaitResult(context, deadline);
     }
     if (!EndCall(context, callbacks)) {
         return false;
@@ -272,6 +272,54 @@ void RpcClient::EndWrite(CallContext* context) {
     }
 }
 
+// Until the call has its answer, cannot get one any more, or its time is over.
+void RpcClient::AwaitResult(CallContext* context, const os::Deadline& deadline) {
+    Step step = NextStep(context);
+    while (step != Step::Leave) {
+        if (step == Step::Receive) {
+            Receive(deadline);
+        } else {
+            (void)context->m_resultEvent->Wait(deadline.LeftMs());
+        }
+        step = deadline.IsOver() ? Step::Leave : NextStep(context);
+    }
+}
+
+RpcClient::Step RpcClient::NextStep(CallContext* context) {
+    os::CAutoLock lock(&m_stateLock);
+    if (!IsInFlight(*context)) {
+        return Step::Leave;
+    }
+    context->m_resultEvent->Reset();
+    if (m_receivingEnded) {
+        GiveTurn(context);
+        return Step::Wait;
+    }
+    if (!context->m_hasTurn) {
+        ++m_turnRequests;
+        // Only FIFOs: the read of another streamer knows no time limit, and nothing wakes it.
+        if (m_turnTaken || m_pipe == nullptr) {
+            return Step::Wait;
+        }
+        m_turnTaken = true;
+        context->m_hasTurn = true;
+    }
+    return Step::Receive;
+}
+
+// Sent, without an answer yet, and one can still come.
+bool RpcClient::IsInFlight(const CallContext& context) const {
+    return context.m_state == CallContext::State::Sent && !context.m_detached &&
+           (!context.m_isTimed || IsAlive());
+}
+
+void RpcClient::GiveTurn(CallContext* context) {
+    if (context->m_hasTurn) {
+        context->m_hasTurn = false;
+        PassTurn();
+    }
+}
+
 // Takes the call out of flight. True if it was answered; its callbacks are then registered.
 bool RpcClient::EndCall(CallContext* context, const CallbackListPtr& callbacks) {
     os::CAutoLock lock(&m_stateLock);
@@ -286,6 +334,7 @@ bool RpcClient::EndCall(CallContext* context, const CallbackListPtr& callbacks) 
     } else if (callbacks != nullptr) {
         StoreCallbacks(static_cast<unsigned int>(context->m_id), callbacks);
     }
+    GiveTurn(context);
     context->m_doneEvent->Set();
     return answered;
 }

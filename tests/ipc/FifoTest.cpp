@@ -15,6 +15,7 @@
 #include "ipc/Breaker.h"
 #include "os/WaitReadable.h"
 #include "tests/support/Process.h"
+#include "tests/support/Stopwatch.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -26,7 +27,7 @@ using kpl::ipc::OpenFifoForWriting;
 using kpl::ipc::OpenFifoReader;
 using kpl::ipc::WaitLimit;
 using kpl::ipc::WriteFifo;
-using kpl::os::NowMs;
+using kpl::test::Stopwatch;
 
 class FifoTest : public ::testing::Test {
 protected:
@@ -98,10 +99,10 @@ TEST_F(FifoTest, OpeningWhatIsNoFifoFailsAtOnce) {
 TEST_F(FifoTest, OpeningWaitsForTheOtherEndUntilTheLimit) {
     MakeFifo(Fifo());
     for (const auto openEnd : {OpenFifoForWriting, OpenFifoForReading}) {
-        const int64_t start = NowMs();
+        const Stopwatch watch;
         EXPECT_EQ(openEnd(Fifo(), Within(60)), -1);
-        EXPECT_GE(NowMs() - start, 60);
-        EXPECT_LT(NowMs() - start, 1500);
+        EXPECT_GE(watch.ElapsedMs(), 60);
+        EXPECT_LT(watch.ElapsedMs(), 1500);
     }
 }
 
@@ -252,10 +253,10 @@ TEST_F(FifoTest, WritingToAFullFifoReturnsMinusTwoAndAPartOfWhatIsLonger) {
     Ends ends(Fifo());
     const std::string data(100000, 'x');
     EXPECT_EQ(WriteFifo(ends.writer, data.data(), 100000, Within(50)), 65536);
-    const int64_t start = NowMs();
+    const Stopwatch watch;
     EXPECT_EQ(WriteFifo(ends.writer, "x", 1, Within(50)), -2);
-    EXPECT_GE(NowMs() - start, 50);
-    EXPECT_LT(NowMs() - start, 1500);
+    EXPECT_GE(watch.ElapsedMs(), 50);
+    EXPECT_LT(watch.ElapsedMs(), 1500);
     m_breaker.Break();
     EXPECT_EQ(WriteFifo(ends.writer, "x", 1, Within(-1)), -1);
 }
