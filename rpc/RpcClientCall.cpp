@@ -276,12 +276,16 @@ void RpcClient::EndWrite(CallContext* context) {
 void RpcClient::AwaitResult(CallContext* context, const os::Deadline& deadline) {
     Step step = NextStep(context);
     while (step != Step::Leave) {
-        if (step == Step::Receive) {
+        const bool receives = step == Step::Receive;
+        if (receives) {
             Receive(deadline);
         } else {
             (void)context->m_resultEvent->Wait(deadline.LeftMs());
         }
         step = deadline.IsOver() ? Step::Leave : NextStep(context);
+        if (receives && step != Step::Leave) {
+            WakeAnswered();  // otherwise EndCall does
+        }
     }
 }
 
@@ -292,13 +296,16 @@ RpcClient::Step RpcClient::NextStep(CallContext* context) {
     }
     context->m_resultEvent->Reset();
     if (m_receivingEnded) {
-        GiveTurn(context);
+        (void)GiveTurn(context);  // to nobody
         return Step::Wait;
+    }
+    if (m_pipe == nullptr) {
+        return Step::Wait;  // The read of another kind of streamer knows no limit: only the
+                            // reader's.
     }
     if (!context->m_hasTurn) {
         ++m_turnRequests;
-        // Only FIFOs: the read of another streamer knows no time limit, and nothing wakes it.
-        if (m_turnTaken || m_pipe == nullptr) {
+        if (m_turnTaken) {
             return Step::Wait;
         }
         m_turnTaken = true;
@@ -313,29 +320,42 @@ bool RpcClient::IsInFlight(const CallContext& context) const {
            (!context.m_isTimed || IsAlive());
 }
 
-void RpcClient::GiveTurn(CallContext* context) {
-    if (context->m_hasTurn) {
-        context->m_hasTurn = false;
-        PassTurn();
+// Returns whom to Wake then.
+RpcClient::ContextPtr RpcClient::GiveTurn(CallContext* context) {
+    if (!context->m_hasTurn) {
+        return nullptr;
     }
+    context->m_hasTurn = false;
+    return PassTurn();
 }
 
 // Takes the call out of flight. True if it was answered; its callbacks are then registered.
 bool RpcClient::EndCall(CallContext* context, const CallbackListPtr& callbacks) {
-    os::CAutoLock lock(&m_stateLock);
-    if (context->m_streamer != nullptr) {
-        context->m_streamer->Close();
-        context->m_streamer = nullptr;
+    ContextPtr next;
+    bool answered = false;
+    bool hadTurn = false;
+    {
+        os::CAutoLock lock(&m_stateLock);
+        if (context->m_streamer != nullptr) {
+            context->m_streamer->Close();
+            context->m_streamer = nullptr;
+        }
+        answered = context->m_state == CallContext::State::Answered && !context->m_detached;
+        if (!answered) {
+            // From here on a late result finds nobody, so it cannot overwrite the next command.
+            context->m_state = CallContext::State::Abandoned;
+        } else if (callbacks != nullptr) {
+            StoreCallbacks(static_cast<unsigned int>(context->m_id), callbacks);
+        }
+        context->m_doneEvent->Set();
+        context->m_mustWake = false;
+        hadTurn = context->m_hasTurn;
+        next = GiveTurn(context);
     }
-    const bool answered = context->m_state == CallContext::State::Answered && !context->m_detached;
-    if (!answered) {
-        // From here on a late result finds nobody, so it cannot overwrite the next command.
-        context->m_state = CallContext::State::Abandoned;
-    } else if (callbacks != nullptr) {
-        StoreCallbacks(static_cast<unsigned int>(context->m_id), callbacks);
+    Wake(next);
+    if (hadTurn) {
+        WakeAnswered();
     }
-    GiveTurn(context);
-    context->m_doneEvent->Set();
     return answered;
 }
 

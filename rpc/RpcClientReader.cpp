@@ -53,8 +53,13 @@ void RpcClient::Read() {
     m_readerStarted.Set();
     while (TakeTurnAsReader()) {
         HandleReceived(streamer->Read(m_received->Room(), m_received->RoomSize(), kReadTimeoutMs));
-        os::CAutoLock lock(&m_stateLock);
-        PassTurn();
+        ContextPtr next;
+        {
+            os::CAutoLock lock(&m_stateLock);
+            next = PassTurn();
+        }
+        Wake(next);
+        WakeAnswered();
     }
     m_turnGiven.Wait(-1);
     m_running = false;
@@ -110,25 +115,52 @@ bool RpcClient::TakeTurnAsReader() {
     }
 }
 
-// By who has the turn: to the next caller that waits, otherwise to nobody.
-void RpcClient::PassTurn() {
+// By who has the turn: to the next caller that waits, otherwise to nobody. Returns whom to Wake
+// then.
+RpcClient::ContextPtr RpcClient::PassTurn() {
     m_turnTaken = false;
     if (m_receivingEnded) {
         m_turnGiven.Set();
-        return;
+        return nullptr;
     }
     for (const auto& entry : m_callContexts) {
-        CallContext* const context = entry.second.get();
-        if (m_pipe != nullptr && IsInFlight(*context)) {
+        if (m_pipe != nullptr && IsInFlight(*entry.second)) {
             m_turnTaken = true;
-            context->m_hasTurn = true;
-            context->m_resultEvent->Set();
-            return;
+            entry.second->m_hasTurn = true;
+            return entry.second;
         }
     }
     if (m_readerSleeps) {
         m_readerSleeps = false;
         m_readerWakes.Set();
+    }
+    return nullptr;
+}
+
+// Not under the state lock, which is what a woken caller takes first. Null wakes nobody.
+void RpcClient::Wake(const ContextPtr& context) {
+    if (context != nullptr) {
+        context->m_resultEvent->SetKept();
+    }
+}
+
+// A call that has got its result without its thread having been woken; null if there is none.
+RpcClient::ContextPtr RpcClient::TakeAnswered() {
+    os::CAutoLock lock(&m_stateLock);
+    for (const auto& entry : m_callContexts) {
+        if (entry.second->m_mustWake) {
+            entry.second->m_mustWake = false;
+            return entry.second;
+        }
+    }
+    return nullptr;
+}
+
+// By who has received. Best without the turn: a woken caller often calls again at once, and then
+// takes it.
+void RpcClient::WakeAnswered() {
+    while (const ContextPtr context = TakeAnswered()) {
+        Wake(context);
     }
 }
 
@@ -190,8 +222,10 @@ void RpcClient::HandleCommand(RpcCommandDemuxer* command, char* bytes) {
             }
             break;
         case RPC_COMMAND_RESULT:
-            DumpDbgMsg("RpcClient::ThreadProc(): Demuxed ID(%d), Return(%d).\n",
-                       static_cast<int>(command->GetId()), command->Get<int>(0));
+            if (tools::IsDumpLogEnabled()) {  // or the value need not be looked for
+                DumpDbgMsg("RpcClient::ThreadProc(): Demuxed ID(%d), Return(%d).\n",
+                           static_cast<int>(command->GetId()), command->Get<int>(0));
+            }
             DeliverResult(command->GetId(), bytes, command->GetSize());
             break;
         default:
@@ -223,7 +257,7 @@ void RpcClient::DeliverResult(unsigned int id, const char* bytes, int size) {
 void RpcClient::PutResult(CallContext* context, const char* bytes, int size) {
     memcpy(context->m_buffer, bytes, static_cast<size_t>(size));
     context->m_state = CallContext::State::Answered;
-    context->m_resultEvent->Set();
+    context->m_mustWake = true;
 }
 
 // The buffer still belongs to the write.

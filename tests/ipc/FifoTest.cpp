@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <limits.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -21,6 +22,7 @@
 namespace {
 
 using kpl::ipc::Breaker;
+using kpl::ipc::KeepSigPipeBlocked;
 using kpl::ipc::MakeFifo;
 using kpl::ipc::OpenFifoForReading;
 using kpl::ipc::OpenFifoForWriting;
@@ -276,6 +278,35 @@ TEST_F(FifoTest, WritingWithoutAReaderFailsWithEpipe) {
     errno = 0;
     EXPECT_EQ(WriteFifo(ends.writer, "abc", 3, Within(-1)), -1);
     EXPECT_EQ(errno, EPIPE) << "and SIGPIPE would have killed this process";
+}
+
+bool HasSigPipe(int (*fill)(sigset_t*)) {
+    sigset_t set;
+    sigemptyset(&set);
+    fill(&set);
+    return sigismember(&set, SIGPIPE) == 1;
+}
+
+int Mask(sigset_t* set) {
+    return pthread_sigmask(SIG_SETMASK, nullptr, set);
+}
+
+TEST_F(FifoTest, AThreadThatKeepsSigPipeBlockedHasNonePendingAfterAWriteWithoutAReader) {
+    MakeFifo(Fifo());
+    Ends ends(Fifo());
+    EXPECT_EQ(WriteFifo(ends.writer, "abc", 3, Within(-1)), 3);
+    close(ends.reader);
+    ends.reader = -1;
+    std::thread writer([&] {
+        KeepSigPipeBlocked();
+        EXPECT_EQ(WriteFifo(ends.writer, "abc", 3, Within(-1)), -1);
+        EXPECT_EQ(errno, EPIPE);
+        EXPECT_FALSE(HasSigPipe(&sigpending));
+        EXPECT_TRUE(HasSigPipe(&Mask));
+    });
+    writer.join();
+    EXPECT_FALSE(HasSigPipe(&Mask)) << "another thread's mask";
+    EXPECT_EQ(WriteFifo(ends.writer, "abc", 3, Within(-1)), -1) << "and this one's";
 }
 
 }  // namespace

@@ -84,6 +84,7 @@ public:
         bool m_isTimed = false;                  // ends by itself when the reader does
         ipc::IpcStreamer* m_streamer = nullptr;  // the call's own reference, null when given back
         bool m_hasTurn = false;                  // its thread is the one that receives
+        bool m_mustWake = false;                 // answered, and its thread was not woken yet
 
         char* m_early;  // a result that came while Writing
         int m_earlySize = 0;
@@ -210,7 +211,7 @@ private:
     enum class Step { Leave, Wait, Receive };
     void AwaitResult(CallContext* context, const os::Deadline& deadline);
     Step NextStep(CallContext* context);
-    void GiveTurn(CallContext* context) KPL_REQUIRES(m_stateLock);
+    ContextPtr GiveTurn(CallContext* context) KPL_REQUIRES(m_stateLock);
     bool IsInFlight(const CallContext& context) const KPL_REQUIRES(m_stateLock);
     bool EndCall(CallContext* context, const CallbackListPtr& callbacks);
     void StoreCallbacks(unsigned int id, const CallbackListPtr& list) KPL_REQUIRES(m_stateLock);
@@ -220,7 +221,10 @@ private:
     void BeginReceiving();
     void EndReceiving();
     bool TakeTurnAsReader();
-    void PassTurn() KPL_REQUIRES(m_stateLock);
+    ContextPtr PassTurn() KPL_REQUIRES(m_stateLock);
+    static void Wake(const ContextPtr& context);
+    ContextPtr TakeAnswered();
+    void WakeAnswered();
     void Receive(const os::Deadline& deadline);
     void HandleReceived(int received);
     bool HandleCommands(int received);
