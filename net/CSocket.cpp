@@ -11,6 +11,7 @@
 
 #include "kpl/os/CCritSec.h"
 #include "kpl/tools/DebugLog.h"
+#include "net/Closings.h"
 #include "os/WaitReadable.h"
 
 namespace kpl::net {
@@ -19,6 +20,8 @@ using tools::DumpDbgMsg;
 using tools::ForceDumpDbgMsg;
 
 namespace {
+
+std::atomic<unsigned int> closings{0};
 
 constexpr int kFailed = -1;
 constexpr int kBadArgument = -3;
@@ -65,6 +68,14 @@ int64_t RetryInterrupted(Transfer transfer) {
 
 }  // namespace
 
+unsigned int Closings() {
+    return closings;
+}
+
+void CountClosing() {
+    ++closings;
+}
+
 CSocket::CSocket() : CSocket(-1) {}
 
 CSocket::CSocket(int fd) : m_fd(fd) {}
@@ -107,6 +118,7 @@ void CSocket::Disconnect() {
     if (fd == -1) {
         return;
     }
+    CountClosing();
     shutdown(fd, SHUT_RDWR);
     close(fd);
     DumpDbgMsg("CSocket::Close(): Done(%d)\n", fd);

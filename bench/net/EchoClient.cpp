@@ -16,8 +16,12 @@ namespace kpl::bench {
 
 namespace {
 
-constexpr char kLine[] = "a line of thirty-two characters\n";
+constexpr char kLine[] = "sixty-four characters, the last of which is the end of the line\n";
 constexpr size_t kSize = sizeof(kLine) - 1;
+static_assert(kSize == 64);
+
+// Fewer than a server lets wait to be accepted.
+constexpr int kConnectionsAtOnce = 50;
 
 void Require(bool condition, const char* what) {
     if (!condition) {
@@ -49,6 +53,10 @@ EchoClient::EchoClient(int port, int connections) : m_epoll(epoll_create1(EPOLL_
         event.events = EPOLLIN;
         event.data.fd = client;
         epoll_ctl(m_epoll, EPOLL_CTL_ADD, client, &event);
+        if (i % kConnectionsAtOnce == 0) {
+            Send(client);
+            Require(Receive(client), "an answer");
+        }
     }
 }
 

@@ -1,15 +1,16 @@
-#include "bench/net/FrameServer.h"
-
 #include <string.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <string>
 #include <utility>
 
+#include "bench/net/TcpServers.h"
 #include "kpl/com/CUnknownBase.h"
 #include "kpl/net/server/CServerProtocolProcessor.h"
 #include "kpl/net/server/CServerThread.h"
 #include "kpl/net/server/CServerThreadManager.h"
+#include "kpl/net/server/CSocketServerEx.h"
 
 namespace kpl::bench {
 
@@ -84,10 +85,23 @@ class EchoThreadManager : public CServerThreadManager {
     CServerThread* CreateServerThread() override { return new EchoThread; }
 };
 
+class EchoServer : public CSocketServerEx {
+public:
+    EchoServer() : CSocketServerEx(0) {}
+
+private:
+    CServerThreadManager* CreateThreadManager() override { return new EchoThreadManager; }
+};
+
 }  // namespace
 
-CServerThreadManager* FrameServer::CreateThreadManager() {
-    return new EchoThreadManager;
+void ServeWithFrame(int said, int end) {
+    EchoServer server;
+    const int port = server.StartServer() ? server.GetListeningPort() : 0;
+    (void)!write(said, &port, sizeof(port));
+    char byte = 0;
+    (void)!read(end, &byte, 1);
+    server.StopServer();
 }
 
 }  // namespace kpl::bench

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "kpl/tools/DebugLog.h"
+#include "net/Closings.h"
 
 namespace kpl::net::server {
 
@@ -92,6 +93,7 @@ bool CServerProtocolProcessor::Receive() {
     if (received < 1) {
         return false;
     }
+    m_hasReadAll = received == available;
     m_length += received;
     m_buffer[m_length] = '\0';
     return true;
@@ -256,6 +258,7 @@ void CServerProtocolProcessor::Disconnect() {
         m_socket->Disconnect();
     }
     m_connected = false;
+    CountClosing();  // also of one without a socket
     DumpDbgMsg("CServerProtocolProcessor::Disconnect(): .....\n");
 }
 

@@ -2,23 +2,27 @@
 
 #include <poll.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "kpl/tools/DebugLog.h"
+#include "net/Closings.h"
+#include "net/server/Arrivals.h"
 #include "os/WaitReadable.h"
 
 // Who waits where, and who wakes whom:
-//   server thread   in ppoll on the connections, half a millisecond at a time: nobody needs to wake
-//                   it. In Process, which is user code: in a send that the peer does not take, it
-//                   is woken by shutting the socket down; nothing else ends user code.
+//   server thread   for its connections, half a millisecond at a time, up to two while they keep it
+//                   busy; whoever ends some from outside wakes it. In Process, which is
+//                   user code: in a send that the peer does not take, it is woken by shutting the
+//                   socket down; nothing else ends user code.
 //   AddSocket       for a new thread to set m_running, under the lock, which that does not need.
 //   Join            for the server thread, without the lock.
 // The lock is held for no other wait.
 //
 // A processor is deleted by whoever takes it out of m_connections, outside the lock (but for a
 // duplicate, which goes before its successor is made); while its Process runs, it is only marked,
-// and the server thread deletes it afterwards. A descriptor that
-// was waited for may belong to another connection when the wait has ended: serials tell.
+// and the server thread deletes it afterwards. A descriptor that was waited for may belong to
+// another connection when the wait has ended: serials tell.
 
 namespace kpl::net::server {
 
@@ -29,16 +33,23 @@ namespace {
 
 constexpr int kMaxConnections = 32;
 constexpr int kPollTimeoutMs = 500;  // waits 0.5 ms, as all sub-second time-outs do
+constexpr unsigned int kCyclesPerLook = 64;
+
+// The end of the stream is told apart because it stays ready, however much is read.
+constexpr short kEvents = POLLIN | POLLRDHUP;
 
 }  // namespace
 
-// What the last wait was for. Kept from one wait to the next, and only made anew when connections
-// have come or gone, so that an idle thread allocates nothing.
+// What is waited for, and what of it can be read. Kept from one wait to the next, and only made
+// anew when connections have come or gone, so that an idle thread allocates nothing.
 struct CServerThread::WatchList {
-    std::vector<pollfd> descriptors;  // ascending
+    std::vector<pollfd> descriptors;  // ascending; revents: what is ready and not served yet
     std::vector<uint64_t> serials;    // of their connections
     uint64_t changes = 0;             // m_changes when it was made; 0: to be made anew
-    uint64_t readySerial = 0;         // of the connection that FirstReady found
+    unsigned int closings = 0;        // Closings() when its connections were last looked through
+    bool isBlind = false;             // there is one that is not watched
+    bool isNew = false;               // made anew, and not looked at yet
+    size_t first = 0;                 // where the one stands that FirstReady found
 
     void Clear() {
         descriptors.clear();
@@ -46,8 +57,59 @@ struct CServerThread::WatchList {
     }
 
     void Add(int fd, uint64_t serial) {
-        descriptors.push_back(pollfd{fd, POLLIN, 0});
+        descriptors.push_back(pollfd{fd, kEvents, 0});
         serials.push_back(serial);
+    }
+
+    // Looks at every descriptor. Negative: that failed. Otherwise how many are ready.
+    int Look(const timespec* timeout) {
+        return os::PollThroughSignals(descriptors.data(), descriptors.size(), timeout);
+    }
+
+    bool HasReady() const {
+        return std::any_of(descriptors.begin(), descriptors.end(),
+                           [](const pollfd& watched) { return watched.revents != 0; });
+    }
+};
+
+// The thread's own list. Instead of looking at every descriptor in each cycle, it has the kernel
+// tell what has become ready since the last one. Some things are not told: what a connection has
+// left unread, and a descriptor that is not open any more; therefore a look now and then.
+struct CServerThread::ArrivalList : WatchList {
+    Arrivals* arrivals;
+    bool needsLook = true;
+    unsigned int cycles = 0;
+
+    explicit ArrivalList(Arrivals* theArrivals) : arrivals(theArrivals) {}
+
+    // What is ready by now. False if the look failed.
+    bool Refresh() {
+        if (isNew || needsLook || isBlind || ++cycles % kCyclesPerLook == 0) {
+            constexpr timespec kNoWait{};
+            isNew = false;
+            needsLook = false;
+            if (Look(&kNoWait) < 0) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    // The first one has been.
+    void Served(bool hasReadAll) {
+        short& events = descriptors[first].revents;
+        needsLook = needsLook || !hasReadAll || events != POLLIN;
+        events = 0;
+    }
+
+    // Adds what has become ready; waits for it until the next tick if it may.
+    void Take(bool mayWait) {
+        arrivals->Take(mayWait, [this](uint64_t serial, short events) {
+            const auto place = std::find(serials.begin(), serials.end(), serial);
+            if (place != serials.end()) {  // else it is a tick, or a connection that has ended
+                descriptors[static_cast<size_t>(place - serials.begin())].revents |= events;
+            }
+        });
     }
 };
 
@@ -69,7 +131,8 @@ private:
     std::vector<CServerProtocolProcessor*> m_processors;
 };
 
-CServerThread::CServerThread() {
+CServerThread::CServerThread()
+    : m_arrivals(new Arrivals(os::UnscaledTimeout(kPollTimeoutMs).tv_nsec)) {
     DumpDbgMsg("CServerThread::CServerThread(): ....\n");
 }
 
@@ -77,6 +140,7 @@ CServerThread::~CServerThread() {
     DumpDbgMsg("CServerThread::~CServerThread(): ....\n");
     Stop();
     Join();
+    delete m_arrivals;
     DumpDbgMsg("CServerThread::~CServerThread(): Done....\n");
 }
 
@@ -112,6 +176,7 @@ bool CServerThread::AddSocket(int fd, CSocket* socket, com::IUnknown* param) {
         return false;
     }
     m_connections[fd] = Connection{processor, socket, ++m_changes};
+    m_isBlind = !m_arrivals->Watch(fd, m_changes) || m_isBlind;
     DumpDbgMsg("CServerThread::AddSocket(): iSocketFd=%d, pSocket=%p\n", fd,
                static_cast<void*>(socket));
     return true;
@@ -147,14 +212,20 @@ void CServerThread::Serve() {
     m_running = true;
     DumpDbgMsg("CServerThread::ThreadProc(): Start....\n");
     m_started.Set();
-    WatchList list;
+    ArrivalList list(m_arrivals);
     int result = 0;
     do {
-        result = WaitForData(&list, kPollTimeoutMs);
+        result = WaitForNext(&list);
         if (result >= 0) {
-            ProcessData(list, result);
+            ProcessData(&list, result);
         }
     } while (!EndIfDone(result));
+}
+
+void CServerThread::WakeThread() {
+    if (m_arrivals->IsUsable()) {
+        m_arrivals->TickNow();
+    }
 }
 
 // The look at the connections and the end of m_running are one step: a connection that is added
@@ -179,18 +250,37 @@ int CServerThread::WaitForData(WatchList* list, int timeout) {
         return kNoConnection;
     }
     const timespec wait = os::UnscaledTimeout(timeout);
-    const int ready = os::PollThroughSignals(list->descriptors.data(), list->descriptors.size(),
-                                             timeout > 0 ? &wait : nullptr);
+    const int ready = list->Look(timeout > 0 ? &wait : nullptr);
     if (ready < 0) {
         return kWaitFailed;
     }
     return ready == 0 ? kTimedOut : FirstReady(list);
 }
 
+// As WaitForData with kPollTimeoutMs.
+int CServerThread::WaitForNext(ArrivalList* list) {
+    if (!m_arrivals->IsUsable()) {
+        return WaitForData(list, kPollTimeoutMs);
+    }
+    if (!UpdateWatchList(list)) {
+        return kNoConnection;
+    }
+    if (!list->Refresh()) {
+        return kWaitFailed;
+    }
+    list->Take(!list->HasReady());
+    return list->HasReady() ? FirstReady(list) : kTimedOut;
+}
+
 // False without any connection.
 bool CServerThread::UpdateWatchList(WatchList* list) {
     Removed removed;
     os::CAutoLock lock(&m_lock);
+    const unsigned int closings = Closings();
+    if (list->changes == m_changes && list->closings == closings) {
+        return !m_connections.empty();
+    }
+    list->closings = closings;
     const CSocket* const held = m_held != nullptr ? m_held->load() : nullptr;
     for (auto entry = m_connections.begin(); entry != m_connections.end();) {
         const bool remove = entry->second.socket != held && !entry->second.processor->IsConnected();
@@ -198,6 +288,8 @@ bool CServerThread::UpdateWatchList(WatchList* list) {
     }
     if (list->changes != m_changes) {
         list->Clear();
+        list->isNew = true;
+        list->isBlind = m_isBlind;
         list->changes = m_changes;
         for (const auto& [fd, connection] : m_connections) {
             if (connection.socket != held) {
@@ -218,35 +310,39 @@ int CServerThread::FirstReady(WatchList* list) {
     int first = kNoConnection;
     for (size_t i = 0; i < list->descriptors.size(); ++i) {
         const pollfd& watched = list->descriptors[i];
-        const auto entry = m_connections.find(watched.fd);
-        if (watched.revents == 0 || entry == m_connections.end() ||
-            entry->second.serial != list->serials[i]) {
+        const bool isOpen = (watched.revents & POLLNVAL) == 0;
+        if (watched.revents == 0 || (isOpen && first != kNoConnection)) {
             continue;
         }
-        if ((watched.revents & POLLNVAL) != 0) {
-            if (entry->second.processor->IsConnected()) {
-                return kWaitFailed;
-            }
-        } else if (first == kNoConnection) {
+        const auto entry = m_connections.find(watched.fd);
+        if (entry == m_connections.end() || entry->second.serial != list->serials[i]) {
+            continue;
+        }
+        if (isOpen) {
             first = watched.fd;
-            list->readySerial = list->serials[i];
+            list->first = i;
+        } else if (entry->second.processor->IsConnected()) {
+            return kWaitFailed;
         }
     }
     return first;
 }
 
-void CServerThread::ProcessData(const WatchList& list, int fd) {
+void CServerThread::ProcessData(ArrivalList* list, int fd) {
     DumpDbgMsg("CServerThread::ThreadProc(): Data is from socket(%d).....\n", fd);
-    CServerProtocolProcessor* const processor = BeginProcess(list, fd);
+    CServerProtocolProcessor* const processor = BeginProcess(*list, fd);
     if (processor != nullptr) {
-        EndProcess(fd, processor->Process());
+        const bool keep = processor->Process();
+        list->Served(processor->m_hasReadAll);
+        EndProcess(fd, keep);
     }
 }
 
 CServerProtocolProcessor* CServerThread::BeginProcess(const WatchList& list, int fd) {
     os::CAutoLock lock(&m_lock);
     const auto entry = m_connections.find(fd);
-    if (m_stopping || entry == m_connections.end() || entry->second.serial != list.readySerial) {
+    if (m_stopping || entry == m_connections.end() ||
+        entry->second.serial != list.serials[list.first]) {
         return nullptr;
     }
     m_processing = entry->second.processor;
@@ -288,6 +384,7 @@ void CServerThread::ReleaseSocket(int fd) {
     const auto entry = m_connections.find(fd);
     if (entry != m_connections.end()) {
         Remove(entry, &removed);
+        WakeThread();
     }
 }
 
@@ -300,6 +397,7 @@ bool CServerThread::Stop() {
         while (!m_connections.empty()) {
             Remove(m_connections.begin(), &removed);
         }
+        WakeThread();
     }
     DumpDbgMsg("CServerThread::Stop(): Done\n");
     return true;
@@ -315,6 +413,7 @@ void CServerThread::SetHeld(const std::atomic<const CSocket*>* held) {
 void CServerThread::BeginStop() {
     os::CAutoLock lock(&m_lock);
     m_stopping = true;
+    WakeThread();
     if (m_processing != nullptr) {
         m_processing->Interrupt();
     }

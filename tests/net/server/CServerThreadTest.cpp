@@ -1,6 +1,8 @@
 #include "kpl/net/server/CServerThread.h"
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -238,6 +240,21 @@ TEST_F(CServerThreadTest, AConnectionThatComesWhileTheLastOneGoesIsServed) {
     }
 }
 
+std::string DataFrom(int fd) {
+    return "CServerThread::ThreadProc(): Data is from socket(" + std::to_string(fd) + ").....\n";
+}
+
+// The messages of that kind, in their order.
+Messages Served(const LogCapture& log) {
+    Messages served;
+    for (const std::string& message : log.Messages()) {
+        if (message.rfind("CServerThread::ThreadProc(): Data is from", 0) == 0) {
+            served.push_back(message);
+        }
+    }
+    return served;
+}
+
 TEST_F(CServerThreadTest, OfTwoReadyConnectionsTheLowerDescriptorIsServedFirst) {
     const Client holder = ConnectAndHold();
     const Client one = Connect();
@@ -251,17 +268,78 @@ TEST_F(CServerThreadTest, OfTwoReadyConnectionsTheLowerDescriptorIsServedFirst) 
     m_script.release.Set();
     EXPECT_EQ(high.peer.Read(6), ">high\n");
     EXPECT_EQ(m_script.Lines(), (Messages{"hold", "low", "high"}));
-    Messages order;
-    for (const std::string& message : log.Messages()) {
-        if (message.rfind("CServerThread::ThreadProc(): Data is from", 0) == 0) {
-            order.push_back(message);
+    EXPECT_EQ(Served(log), (Messages{DataFrom(low.fd), DataFrom(high.fd)})) << "one in each cycle";
+}
+
+// What it has received and nobody has read yet.
+int Unread(int fd) {
+    int count = 0;
+    return ioctl(fd, FIONREAD, &count) == 0 ? count : -1;
+}
+
+TEST_F(CServerThreadTest, ALowerDescriptorThatBecomesReadyMeanwhileGoesBeforeTheHigherOnes) {
+    Client clients[3];
+    std::atomic<int> executed{0};
+    m_script.onExecute = [&](CServerProtocolProcessor*) {
+        if (++executed == 2) {  // the middle one
+            EXPECT_TRUE(clients[0].peer.Send("low\n"));
+            EXPECT_TRUE(WaitUntil([&] { return Unread(clients[0].fd) == 4; }));
         }
-    }
-    const auto data = [](int fd) {
-        return "CServerThread::ThreadProc(): Data is from socket(" + std::to_string(fd) +
-               ").....\n";
     };
-    EXPECT_EQ(order, (Messages{data(low.fd), data(high.fd)})) << "one in each cycle";
+    const Client holder = ConnectAndHold();
+    for (Client& client : clients) {
+        client = Connect();
+    }
+    std::sort(std::begin(clients), std::end(clients),
+              [](const Client& one, const Client& two) { return one.fd < two.fd; });
+    ASSERT_TRUE(clients[1].peer.Send("middle\n"));
+    ASSERT_TRUE(clients[2].peer.Send("high\n"));
+    ASSERT_TRUE(WaitUntil([&] { return Unread(clients[2].fd) == 5; }));
+    m_script.release.Set();
+    EXPECT_EQ(clients[2].peer.Read(6), ">high\n");
+    EXPECT_EQ(m_script.Lines(), (Messages{"hold", "middle", "low", "high"}));
+}
+
+TEST_F(CServerThreadTest, WhatALowerDescriptorHasLeftUnreadGoesBeforeTheHigherOnes) {
+    const Client holder = ConnectAndHold();
+    const Client one = Connect();
+    const Client two = Connect();
+    const Client& low = one.fd < two.fd ? one : two;
+    const Client& high = one.fd < two.fd ? two : one;
+    Messages expected{"hold"};
+    std::string lines;
+    while (lines.size() < 12000) {  // more than is taken at once
+        expected.emplace_back(99, 'x');
+        lines += expected.back() + "\n";
+    }
+    expected.emplace_back("high");
+    ASSERT_TRUE(low.peer.Send(lines));
+    ASSERT_TRUE(WaitUntil([&] { return Unread(low.fd) == static_cast<int>(lines.size()); }));
+    ASSERT_TRUE(high.peer.Send("high\n"));
+    ASSERT_TRUE(WaitUntil([&] { return Unread(high.fd) == 5; }));
+    m_script.release.Set();
+    EXPECT_EQ(high.peer.Read(6), ">high\n");
+    EXPECT_EQ(m_script.Lines(), expected);
+}
+
+TEST_F(CServerThreadTest, TheEndOfALowerDescriptorIsSeenBeforeTheHigherOnesAreServed) {
+    const Client holder = ConnectAndHold();
+    const Client one = Connect();
+    const Client two = Connect();
+    const Client& low = one.fd < two.fd ? one : two;
+    const Client& high = one.fd < two.fd ? two : one;
+    ASSERT_TRUE(low.peer.Send("low\n"));
+    ASSERT_EQ(shutdown(low.peer.Fd(), SHUT_WR), 0);
+    ASSERT_TRUE(WaitUntil([&] {
+        pollfd end{low.fd, POLLRDHUP, 0};
+        return poll(&end, 1, 0) == 1;
+    }));
+    const LogCapture log;
+    ASSERT_TRUE(high.peer.Send("high\n"));
+    ASSERT_TRUE(WaitUntil([&] { return Unread(high.fd) == 5; }));
+    m_script.release.Set();
+    EXPECT_EQ(high.peer.Read(6), ">high\n");
+    EXPECT_EQ(Served(log), (Messages{DataFrom(low.fd), DataFrom(low.fd), DataFrom(high.fd)}));
 }
 
 TEST_F(CServerThreadTest, CheckWithoutAConnectionIsMinus101) {
@@ -307,6 +385,16 @@ TEST_F(CServerThreadTest, ADescriptorThatIsNotOpenIsMinus102AndEndsTheThread) {
     m_script.release.Set();
     EXPECT_TRUE(log.WaitFor(kProcDone));
     EXPECT_EQ(m_script.processors, 2) << "the connections stay";
+}
+
+TEST_F(CServerThreadTest, ADescriptorThatIsClosedWhileTheThreadIsIdleEndsItToo) {
+    const Client other = Connect();
+    const Client client = Connect();
+    ASSERT_TRUE(IsServed(other));
+    ASSERT_TRUE(IsServed(client));
+    const LogCapture log;
+    close(client.fd);
+    EXPECT_TRUE(log.WaitFor(kProcDone));
 }
 
 TEST_F(CServerThreadTest, AConnectionThatAnotherThreadDisconnectsIsRemovedAndTheOthersGoOn) {

@@ -116,6 +116,7 @@ private:
     int m_demuxedType = 0;
 
     std::atomic<bool> m_interrupted{false};
+    bool m_hasReadAll = false;  // the last Process has left nothing in the socket
 };
 
 }  // namespace kpl::net::server

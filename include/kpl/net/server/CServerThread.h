@@ -17,6 +17,8 @@
 
 namespace kpl::net::server {
 
+class Arrivals;
+
 // One thread and the connections that it serves, each through its processor. The thread runs from
 // the first connection to the end of the last one; the next one starts it again.
 //
@@ -76,6 +78,7 @@ private:
         uint64_t serial;  // descriptor numbers and addresses come again, serials do not
     };
     struct WatchList;
+    struct ArrivalList;
     class Removed;
     using Connections = std::map<int, Connection>;
 
@@ -84,9 +87,10 @@ private:
     bool StartThread() KPL_REQUIRES(m_lock);
     bool HasRoom() KPL_REQUIRES(m_lock);
     int WaitForData(WatchList* list, int timeout);
+    int WaitForNext(ArrivalList* list);
     bool UpdateWatchList(WatchList* list);
     int FirstReady(WatchList* list);
-    void ProcessData(const WatchList& list, int fd);
+    void ProcessData(ArrivalList* list, int fd);
     CServerProtocolProcessor* BeginProcess(const WatchList& list, int fd);
     void EndProcess(int fd, bool keep);
     bool EndIfDone(int waitResult);
@@ -94,6 +98,7 @@ private:
         KPL_REQUIRES(m_lock);
     void SetHeld(const std::atomic<const CSocket*>* held);
     void BeginStop();
+    void WakeThread();
     void Join();
 
     os::CThread* m_thread KPL_GUARDED_BY(m_lock) = nullptr;
@@ -102,8 +107,10 @@ private:
     std::atomic<bool> m_running{false};  // set by the thread, cleared by it under the lock
 
     os::CEvent m_started{false};
+    Arrivals* const m_arrivals;                     // owned
     uint64_t m_changes KPL_GUARDED_BY(m_lock) = 1;  // of m_connections; also gives the serials
     CServerProtocolProcessor* m_processing KPL_GUARDED_BY(m_lock) = nullptr;
+    bool m_isBlind KPL_GUARDED_BY(m_lock) = false;  // a connection could not be watched
     bool m_processingRemoved KPL_GUARDED_BY(m_lock) = false;
     bool m_stopping KPL_GUARDED_BY(m_lock) = false;
     const std::atomic<const CSocket*>* m_held KPL_GUARDED_BY(m_lock) = nullptr;
