@@ -16,17 +16,19 @@ class ParamWalk {
 public:
     // At parameter 0 of a command whose bytes before `end` may be read. `count` is the header's.
     ParamWalk(char* command, int64_t end, int count)
-        : m_command(command), m_end(end), m_left(count) {}
+        : m_command(command), m_valuesEnd(end - kParamHeaderSize), m_left(count) {}
 
     // Whether there is a parameter here. Its code can be read then, and perhaps no more.
-    bool HasParam() const { return m_left > 0 && Remaining() >= kParamLengthOffset; }
+    bool HasParam() const {
+        return m_left > 0 && Space() >= kParamLengthOffset - kParamHeaderSize;
+    }
 
     int Code() const { return LoadInt(m_command + m_offset); }
 
     // Where the value starts, and how many bytes there are from there to the end of the command,
     // whatever the parameter's own length says. With Space() of 0 or less there is no value.
     char* Value() const { return m_command + m_offset + kParamHeaderSize; }
-    int64_t Space() const { return Remaining() - kParamHeaderSize; }
+    int64_t Space() const { return m_valuesEnd - m_offset; }
 
     // The value as a string; null when no terminator is in the space.
     const char* String() const {
@@ -64,8 +66,6 @@ public:
     int Left() const { return m_left; }
 
 private:
-    int64_t Remaining() const { return m_end - m_offset; }
-
     // As every string does that the muxer has written: its terminator is found without a search.
     bool EndsWithItsParam() const {
         const int64_t space = Space();
@@ -73,7 +73,7 @@ private:
     }
 
     char* m_command;
-    int64_t m_end;
+    int64_t m_valuesEnd;  // less a parameter's header: the end for the offset of a parameter
     int64_t m_offset = kHeaderSize;
     int m_left;
 };
