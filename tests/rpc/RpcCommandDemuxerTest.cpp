@@ -243,6 +243,19 @@ TEST(RpcCommandDemuxerTest, AStringThatSaysToReachBeyondTheCommandEndsInside) {
     }
 }
 
+TEST(RpcCommandDemuxerTest, OfAParameterCutInItsHeaderOnlyTheCodeIsRead) {
+    for (size_t left = 4; left < 8; ++left) {
+        const ExactBytes exact(Command(10002, 1, 2, Words({50, 0}).substr(0, left)));
+        const RpcCommandDemuxer demuxer(exact.Data(), exact.Size());
+        EXPECT_EQ(demuxer.GetParamType(0), 50);
+        EXPECT_EQ(demuxer.Get<const char*>(0), nullptr);
+        EXPECT_EQ(demuxer.Get<int>(0), 0);
+        EXPECT_EQ(demuxer.GetParamType(1), 0);
+        EXPECT_EQ(demuxer.Get<int>(1), 0);
+        EXPECT_EQ(demuxer.GetFunctionName(), nullptr);
+    }
+}
+
 TEST(RpcCommandDemuxerTest, NothingBeyondTheTotalSizeIsRead) {
     std::string bytes = Command(10002, 1, 1, Param(2, Words({5})));
     SetWord(&bytes, 8, 16 + 8 + 3);
