@@ -98,17 +98,32 @@ bool AwaitWriter(int fd, const char* path, const WaitLimit& limit) {
     return true;
 }
 
+thread_local bool sigPipeStaysBlocked = false;
+
+// Only SIGPIPE.
+sigset_t SigPipeSet() {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGPIPE);
+    return set;
+}
+
 // Keeps SIGPIPE away from the process while it exists: blocks it for this thread and takes back the
 // one that a write raised, so that no handler of the application sees it.
 class SigPipeGuard {
 public:
     SigPipeGuard() {
-        sigemptyset(&m_pipe);
-        sigaddset(&m_pipe, SIGPIPE);
-        pthread_sigmask(SIG_BLOCK, &m_pipe, &m_before);
+        if (sigPipeStaysBlocked) {
+            return;
+        }
+        const sigset_t pipe = SigPipeSet();
+        pthread_sigmask(SIG_BLOCK, &pipe, &m_before);
         m_wasPending = sigismember(&m_before, SIGPIPE) == 1 && IsPending();
     }
     ~SigPipeGuard() {
+        if (sigPipeStaysBlocked) {
+            return;
+        }
         const int error = errno;
         pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
         errno = error;
@@ -120,8 +135,9 @@ public:
     void TakeBack() const {
         const int error = errno;
         if (!m_wasPending) {
+            const sigset_t pipe = SigPipeSet();
             const timespec atOnce{};
-            while (sigtimedwait(&m_pipe, nullptr, &atOnce) == -1 && errno == EINTR) {
+            while (sigtimedwait(&pipe, nullptr, &atOnce) == -1 && errno == EINTR) {
             }
         }
         errno = error;
@@ -135,9 +151,8 @@ private:
         return sigismember(&pending, SIGPIPE) == 1;
     }
 
-    sigset_t m_pipe;
-    sigset_t m_before;
-    bool m_wasPending;
+    sigset_t m_before{};
+    bool m_wasPending = false;
 };
 
 int WriteThroughSignals(int fd, const char* buf, int len) {
@@ -210,6 +225,11 @@ int OpenFifoForReading(const char* path, const WaitLimit& limit) {
 
 int OpenFifoReader(const char* path) {
     return OpenIfFifo(path, O_RDONLY);
+}
+
+void KeepSigPipeBlocked() {
+    const sigset_t pipe = SigPipeSet();
+    sigPipeStaysBlocked = pthread_sigmask(SIG_BLOCK, &pipe, nullptr) == 0;
 }
 
 int WriteFifo(int fd, const char* buf, int len, const WaitLimit& limit) {

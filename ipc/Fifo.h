@@ -61,6 +61,10 @@ int OpenFifoReader(const char* path);
 // reader went away meanwhile; -2 if the time was over before any, -1 on any other failure.
 int WriteFifo(int fd, const char* buf, int len, const WaitLimit& limit);
 
+// Blocks SIGPIPE for as long as the calling thread lives, so that its writes need not do it each
+// time. Only a thread of the library's own; an application's keeps its mask.
+void KeepSigPipeBlocked();
+
 }  // namespace kpl::ipc
 
 #endif  // KPL_IPC_FIFO_H_

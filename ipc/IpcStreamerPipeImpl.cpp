@@ -123,13 +123,21 @@ int IpcStreamerPipeImpl::GetOption(int) {
 }
 
 int IpcStreamerPipeImpl::Read(char* buf, int len, int timeout) {
+    const timespec wait = os::UnscaledTimeout(timeout);
+    return ReadWithin(buf, len, timeout < 1 ? nullptr : &wait);
+}
+
+int IpcStreamerPipeImpl::ReadTimed(char* buf, int len, long timeoutMs) {
+    const timespec wait = os::MsTimeout(timeoutMs);
+    return ReadWithin(buf, len, timeoutMs < 0 ? nullptr : &wait);
+}
+
+int IpcStreamerPipeImpl::ReadWithin(char* buf, int len, const timespec* wait) {
     if (m_readDescriptor == -1 || buf == nullptr || len < 1) {
         return -1;
     }
-    const timespec wait = os::UnscaledTimeout(timeout);
     for (;;) {
-        const int ready = os::WaitEitherReadable(m_readDescriptor, m_breaker->Descriptor(),
-                                                 timeout < 1 ? nullptr : &wait);
+        const int ready = os::WaitEitherReadable(m_readDescriptor, m_breaker->Descriptor(), wait);
         if (ready < 0) {
             DumpDbgMsg("IpcStreamerPipeImpl::Read(): select failed(%d)\n", ready);
             return -1;

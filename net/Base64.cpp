@@ -5,15 +5,18 @@
 
 #include <array>
 
+#include "net/Base64Vectors.h"
 #include "net/ByteOrder.h"
 
-// Groups go through tables that the compiler makes of the alphabet. The tables hold bytes in the
-// order in which they are written, so that they serve either byte order of the machine.
+// What vector instructions leave of the groups goes through tables that the compiler makes of the
+// alphabet. The tables hold bytes in the order in which they are written, so that they serve either
+// byte order of the machine.
 
 namespace {
 
-constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-const std::string alphabet(kAlphabet);
+using kpl::net::kBase64Alphabet;
+
+const std::string alphabet(kBase64Alphabet);
 
 struct CharPair {
     char c[2];
@@ -23,7 +26,7 @@ struct CharPair {
 constexpr std::array<CharPair, 4096> MakePairs() {
     std::array<CharPair, 4096> pairs{};
     for (size_t i = 0; i < pairs.size(); ++i) {
-        pairs[i] = {{kAlphabet[i >> 6], kAlphabet[i & 63]}};
+        pairs[i] = {{kBase64Alphabet[i >> 6], kBase64Alphabet[i & 63]}};
     }
     return pairs;
 }
@@ -35,6 +38,10 @@ void PutPair(char* out, uint64_t bits) {
 
 // Two groups at a time, from eight bytes of which six count, while there are eight; then the rest.
 void EncodeGroups(const unsigned char* data, size_t groups, char* out) {
+    const size_t done = kpl::net::EncodeGroupsByVectors(data, groups, out);
+    groups -= done;
+    data += done * 3;
+    out += done * 4;
     for (; groups >= 3; groups -= 2, data += 6, out += 8) {
         const uint64_t bits = uint64_t{kpl::net::LoadBig(data)} << 32 | kpl::net::LoadBig(data + 4);
         PutPair(out, bits >> 52);
@@ -74,7 +81,7 @@ constexpr std::array<Words, 4> MakeWords() {
         }
     }
     for (unsigned int v = 0; v < 64; ++v) {
-        const auto c = static_cast<unsigned char>(kAlphabet[v]);
+        const auto c = static_cast<unsigned char>(kBase64Alphabet[v]);
         for (unsigned int place = 0; place < 4; ++place) {
             const unsigned int bits = v << (18 - 6 * place);
             words[place][c] = {{static_cast<unsigned char>(bits >> 16),
@@ -98,7 +105,10 @@ uint32_t Load(const unsigned char* bytes) {
 // the last group.
 size_t DecodeGroups(const unsigned char* text, size_t groups, char* out) {
     const uint32_t bad = Load(kOnlyLast);
-    for (size_t i = 0; i < groups; ++i, text += 4, out += 3) {
+    const size_t done = kpl::net::DecodeGroupsByVectors(text, groups, out);
+    text += done * 4;
+    out += done * 3;
+    for (size_t i = done; i < groups; ++i, text += 4, out += 3) {
         const uint32_t word = Load(kWords[0][text[0]].byte) | Load(kWords[1][text[1]].byte) |
                               Load(kWords[2][text[2]].byte) | Load(kWords[3][text[3]].byte);
         if ((word & bad) != 0) {
@@ -144,6 +154,6 @@ std::string base64_decode(const std::string& text) {
     std::string data(text.size() / 4 * 3 + 3, '\0');
     const size_t groups = DecodeGroups(in, text.size() / 4, data.data());
     const size_t rest = DecodeEnd(text, groups * 4, data.data() + groups * 3);
-    data.resize(groups * 3 + rest);
+    data.erase(groups * 3 + rest);
     return data;
 }

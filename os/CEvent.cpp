@@ -26,6 +26,16 @@ void SetEvent(EventRecord* record) {
     pthread_mutex_unlock(&record->mutex);
 }
 
+void SetKeptEvent(EventRecord* record) {
+    pthread_mutex_lock(&record->mutex);
+    const bool changes = record->signalled == 0;
+    record->signalled = 1;
+    pthread_mutex_unlock(&record->mutex);
+    if (changes) {
+        pthread_cond_broadcast(&record->condition);
+    }
+}
+
 void ResetEvent(EventRecord* record) {
     pthread_mutex_lock(&record->mutex);
     record->signalled = 0;
@@ -76,6 +86,10 @@ CEvent::~CEvent() {
 
 void CEvent::Set() {
     SetEvent(&m_record);
+}
+
+void CEvent::SetKept() {
+    SetKeptEvent(&m_record);
 }
 
 void CEvent::Reset() {

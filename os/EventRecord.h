@@ -19,6 +19,7 @@ constexpr uint32_t kStatusNotSignalled = 0x20010001;  // the wait ended without 
 void InitEvent(EventRecord* record, bool signalled);
 void DestroyEvent(EventRecord* record);
 void SetEvent(EventRecord* record);
+void SetKeptEvent(EventRecord* record);  // as CEvent::SetKept
 void ResetEvent(EventRecord* record);
 uint32_t WaitForEvent(EventRecord* record, long timeoutMs);
 

@@ -6,12 +6,6 @@ namespace kpl::os {
 
 namespace {
 
-int64_t NowNs() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1000000000 + now.tv_nsec;
-}
-
 // The end of a wait that starts now; one that lies beyond the clock's range counts as its last
 // instant.
 int64_t DeadlineNs(const timespec& timeout) {
@@ -34,8 +28,10 @@ timespec TimeLeft(int64_t deadlineNs) {
 
 }  // namespace
 
-int64_t NowMs() {
-    return NowNs() / 1000000;
+int64_t NowNs() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * 1000000000 + now.tv_nsec;
 }
 
 int PollThroughSignals(pollfd* descriptors, nfds_t count, const timespec* timeout) {

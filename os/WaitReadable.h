@@ -26,8 +26,8 @@ inline timespec MsTimeout(long timeoutMs) {
     return timeout;
 }
 
-// Milliseconds of the monotonic clock.
-int64_t NowMs();
+// Nanoseconds of the monotonic clock.
+int64_t NowNs();
 
 // ppoll, continued after a signal with the time that is left. A null `timeout` waits without limit,
 // a negative one is an error. Returns what ppoll returns.

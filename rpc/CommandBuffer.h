@@ -32,7 +32,7 @@ public:
     }
 
 private:
-    char m_bytes[kMaxCommandSize] = {};
+    char m_bytes[kMaxCommandSize];
     int m_fill = 0;
     int m_offset = 0;
 };

@@ -9,14 +9,18 @@
 #include "kpl/ipc/IpcClientPipeImpl.h"
 #include "kpl/ipc/IpcStreamerPipeImpl.h"
 #include "kpl/tools/DebugLog.h"
+#include "rpc/CommandBuffer.h"
 #include "rpc/RpcCallbackHandler.h"
 #include "rpc/WriteTurn.h"
 
 // Threads, and where each may wait:
-//   a caller          in Invoke: for its write turn, in the write itself, for its result event.
+//   a caller          in Invoke: for its write turn, in the write itself; then for its result
+//                     event or, if it has the receive turn, in the streamer's read, at most a
+//                     second at a time.
 //   a connecter       in Connect, holding m_lock: in the IPC connect, for the reader's start.
 //   a disconnecter    for m_lock; then for the reader's end and for the last writer's end.
-//   the reader        in the streamer's read, at most a second at a time.
+//   the reader        for the receive turn, while callers receive; in the streamer's read, at
+//                     most a second at a time; at its end for a caller that still receives.
 //   the callbacks'    for the next one; for the done event of the call that a callback belongs to;
 //   thread            and wherever the user's function waits.
 //
@@ -26,11 +30,11 @@
 //
 // Ending a connection (ReleaseLocked): who may be waiting is woken first (EndWaits: a blocked read
 // and write through the streamer's Interrupt, each call through its events, the reader through
-// m_stop), then waited for (the reader by joining it, the writer by taking the write turn); only
-// then are the references on the streamer dropped, ours last, which closes the FIFOs. A call whose
-// context was detached finds its reference already taken and does not touch the streamer. A
-// callback that runs is not waited for: it may be the one that disconnects. What it uses is
-// shared-owned.
+// m_stop and the end of receiving), then waited for (the reader by joining it, which itself waits
+// for a caller that receives; the writer by taking the write turn); only then are the references on
+// the streamer dropped, ours last, which closes the FIFOs. A call whose context was detached finds
+// its reference already taken and does not touch the streamer. A callback that runs is not waited
+// for: it may be the one that disconnects. What it uses is shared-owned.
 //
 // A reference on the streamer belongs to: the IPC client (two), the connection (m_holdsStreamer),
 // and each call in flight (CallContext::m_streamer).
@@ -44,6 +48,7 @@ RpcClient::RpcClient()
     : m_lock(new os::CCritSec),
       m_callbackHandler(new CallbackHandler(this)),
       m_writeTurn(new WriteTurn),
+      m_received(new CommandBuffer),
       m_tag(new ClientTag) {
     ForceDumpDbgMsg("RpcClient::RpcClient(): Framework %s\n", "Revision: 735647");
 }
@@ -124,6 +129,7 @@ bool RpcClient::OpenStreamer(const char* serverName, ipc::IpcStreamer* streamer)
     os::CAutoLock lock(&m_stateLock);
     m_serverName = strdup(serverName);
     m_streamer = streamer;
+    m_pipe = dynamic_cast<ipc::IpcStreamerPipeImpl*>(streamer);
     m_holdsStreamer = streamer != nullptr && streamer->Open();
     return m_holdsStreamer;
 }
@@ -192,6 +198,7 @@ void RpcClient::ReleaseLocked(Released* released) {
         os::CAutoLock lock(&m_stateLock);
         std::swap(ipcClient, m_ipcClient);
         std::swap(streamer, m_streamer);
+        m_pipe = nullptr;
         references += m_holdsStreamer ? 1 : 0;
         m_holdsStreamer = false;
         m_isConnecting = false;
@@ -209,11 +216,11 @@ void RpcClient::ReleaseLocked(Released* released) {
 }
 
 void RpcClient::EndWaits() {
-    os::CAutoLock lock(&m_stateLock);
     m_stop = true;
-    auto* const pipeStreamer = dynamic_cast<ipc::IpcStreamerPipeImpl*>(m_streamer);
-    if (pipeStreamer != nullptr && m_holdsStreamer) {
-        pipeStreamer->Interrupt();
+    EndReceiving();
+    os::CAutoLock lock(&m_stateLock);
+    if (m_pipe != nullptr && m_holdsStreamer) {
+        m_pipe->Interrupt();
     }
     for (const auto& entry : m_callContexts) {
         entry.second->Detach();

@@ -190,7 +190,7 @@ bool RpcClient::InvokeIn(CallContext* context, const char* functionName,
     }
     m_writeTurn->Give();
     if (sent) {
-        (void)context->m_resultEvent->Wait(deadline.LeftMs());
+        AwaitResult(context, deadline);
     }
     if (!EndCall(context, callbacks)) {
         return false;
@@ -272,21 +272,90 @@ void RpcClient::EndWrite(CallContext* context) {
     }
 }
 
+// Until the call has its answer, cannot get one any more, or its time is over.
+void RpcClient::AwaitResult(CallContext* context, const os::Deadline& deadline) {
+    Step step = NextStep(context);
+    while (step != Step::Leave) {
+        const bool receives = step == Step::Receive;
+        if (receives) {
+            Receive(deadline);
+        } else {
+            (void)context->m_resultEvent->Wait(deadline.LeftMs());
+        }
+        step = deadline.IsOver() ? Step::Leave : NextStep(context);
+        if (receives && step != Step::Leave) {
+            WakeAnswered();  // otherwise EndCall does
+        }
+    }
+}
+
+RpcClient::Step RpcClient::NextStep(CallContext* context) {
+    os::CAutoLock lock(&m_stateLock);
+    if (!IsInFlight(*context)) {
+        return Step::Leave;
+    }
+    context->m_resultEvent->Reset();
+    if (m_receivingEnded) {
+        (void)GiveTurn(context);  // to nobody
+        return Step::Wait;
+    }
+    if (m_pipe == nullptr) {
+        return Step::Wait;  // The read of another kind of streamer knows no limit: only the
+                            // reader's.
+    }
+    if (!context->m_hasTurn) {
+        ++m_turnRequests;
+        if (m_turnTaken) {
+            return Step::Wait;
+        }
+        m_turnTaken = true;
+        context->m_hasTurn = true;
+    }
+    return Step::Receive;
+}
+
+// Sent, without an answer yet, and one can still come.
+bool RpcClient::IsInFlight(const CallContext& context) const {
+    return context.m_state == CallContext::State::Sent && !context.m_detached &&
+           (!context.m_isTimed || IsAlive());
+}
+
+// Returns whom to Wake then.
+RpcClient::ContextPtr RpcClient::GiveTurn(CallContext* context) {
+    if (!context->m_hasTurn) {
+        return nullptr;
+    }
+    context->m_hasTurn = false;
+    return PassTurn();
+}
+
 // Takes the call out of flight. True if it was answered; its callbacks are then registered.
 bool RpcClient::EndCall(CallContext* context, const CallbackListPtr& callbacks) {
-    os::CAutoLock lock(&m_stateLock);
-    if (context->m_streamer != nullptr) {
-        context->m_streamer->Close();
-        context->m_streamer = nullptr;
+    ContextPtr next;
+    bool answered = false;
+    bool hadTurn = false;
+    {
+        os::CAutoLock lock(&m_stateLock);
+        if (context->m_streamer != nullptr) {
+            context->m_streamer->Close();
+            context->m_streamer = nullptr;
+        }
+        answered = context->m_state == CallContext::State::Answered && !context->m_detached;
+        if (!answered) {
+            // From here on a late result finds nobody, so it cannot overwrite the next command.
+            context->m_state = CallContext::State::Abandoned;
+        } else if (callbacks != nullptr) {
+            StoreCallbacks(static_cast<unsigned int>(context->m_id), callbacks);
+        }
+        context->m_doneEvent->Set();
+        context->m_mustWake = false;
+        hadTurn = context->m_hasTurn;
+        next = GiveTurn(context);
     }
-    const bool answered = context->m_state == CallContext::State::Answered && !context->m_detached;
-    if (!answered) {
-        // From here on a late result finds nobody, so it cannot overwrite the next command.
-        context->m_state = CallContext::State::Abandoned;
-    } else if (callbacks != nullptr) {
-        StoreCallbacks(static_cast<unsigned int>(context->m_id), callbacks);
+    Wake(next);
+    if (hadTurn) {
+        WakeAnswered();
     }
-    context->m_doneEvent->Set();
     return answered;
 }
 

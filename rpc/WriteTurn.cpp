@@ -1,8 +1,23 @@
 #include "rpc/WriteTurn.h"
 
+#include <sched.h>
+
 namespace kpl::rpc {
 
+namespace {
+
+// Mostly a write takes a few microseconds: it is cheaper to let that thread go on than to sleep.
+constexpr int kYields = 4;
+
+}  // namespace
+
 bool WriteTurn::Take(const os::Deadline& deadline) {
+    for (int i = 0; i < kYields; ++i) {
+        if (TakeIfFree()) {
+            return true;
+        }
+        sched_yield();
+    }
     {
         os::CAutoLock lock(&m_lock);
         if (!m_taken) {
@@ -22,6 +37,15 @@ bool WriteTurn::Take(const os::Deadline& deadline) {
     return false;
 }
 
+bool WriteTurn::TakeIfFree() {
+    os::CAutoLock lock(&m_lock);
+    if (m_taken) {
+        return false;
+    }
+    m_taken = true;
+    return true;
+}
+
 bool WriteTurn::TryTake() {
     os::CAutoLock lock(&m_lock);
     if (m_taken) {
@@ -34,10 +58,14 @@ bool WriteTurn::TryTake() {
 }
 
 void WriteTurn::Give() {
-    os::CAutoLock lock(&m_lock);
-    m_taken = false;
-    if (m_waiters > 0) {
-        m_free.Set();
+    bool isAwaited = false;
+    {
+        os::CAutoLock lock(&m_lock);
+        m_taken = false;
+        isAwaited = m_waiters > 0;
+    }
+    if (isAwaited) {
+        m_free.SetKept();  // Not under the lock, which is what the woken take first.
     }
 }
 

@@ -16,6 +16,7 @@ public:
     void Give();
 
 private:
+    bool TakeIfFree();
     bool TryTake();
 
     os::CCritSec m_lock;

@@ -4,7 +4,6 @@
 #include <limits.h>
 #include <stdarg.h>
 #include <stdio.h>
-#include <string.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +11,7 @@
 #include <string>
 
 #include "kpl/os/CCritSec.h"
+#include "tools/FormatMessage.h"
 
 namespace kpl::tools {
 
@@ -103,8 +103,7 @@ void PrintMessage(const char* format, va_list arguments) __attribute__((noinline
 
 void PrintMessage(const char* format, va_list arguments) {
     char text[kMessageBufferSize];
-    memset(text, 0, sizeof(text));
-    const int length = vsnprintf(text, kMaxMessageLength + 1, format, arguments);
+    const int length = FormatMessage(text, kMaxMessageLength + 1, format, arguments);
     __android_log_print(ANDROID_LOG_DEBUG, "KPL", "%s", text);
     if (fileEnabled.load(std::memory_order_relaxed) && length >= 1) {
         logFile.Write(text, std::min(static_cast<size_t>(length), kMaxMessageLength));

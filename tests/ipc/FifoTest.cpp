@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <limits.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,18 +16,20 @@
 #include "ipc/Breaker.h"
 #include "os/WaitReadable.h"
 #include "tests/support/Process.h"
+#include "tests/support/Stopwatch.h"
 #include "tests/support/TempDir.h"
 
 namespace {
 
 using kpl::ipc::Breaker;
+using kpl::ipc::KeepSigPipeBlocked;
 using kpl::ipc::MakeFifo;
 using kpl::ipc::OpenFifoForReading;
 using kpl::ipc::OpenFifoForWriting;
 using kpl::ipc::OpenFifoReader;
 using kpl::ipc::WaitLimit;
 using kpl::ipc::WriteFifo;
-using kpl::os::NowMs;
+using kpl::test::Stopwatch;
 
 class FifoTest : public ::testing::Test {
 protected:
@@ -98,10 +101,10 @@ TEST_F(FifoTest, OpeningWhatIsNoFifoFailsAtOnce) {
 TEST_F(FifoTest, OpeningWaitsForTheOtherEndUntilTheLimit) {
     MakeFifo(Fifo());
     for (const auto openEnd : {OpenFifoForWriting, OpenFifoForReading}) {
-        const int64_t start = NowMs();
+        const Stopwatch watch;
         EXPECT_EQ(openEnd(Fifo(), Within(60)), -1);
-        EXPECT_GE(NowMs() - start, 60);
-        EXPECT_LT(NowMs() - start, 1500);
+        EXPECT_GE(watch.ElapsedMs(), 60);
+        EXPECT_LT(watch.ElapsedMs(), 1500);
     }
 }
 
@@ -252,10 +255,10 @@ TEST_F(FifoTest, WritingToAFullFifoReturnsMinusTwoAndAPartOfWhatIsLonger) {
     Ends ends(Fifo());
     const std::string data(100000, 'x');
     EXPECT_EQ(WriteFifo(ends.writer, data.data(), 100000, Within(50)), 65536);
-    const int64_t start = NowMs();
+    const Stopwatch watch;
     EXPECT_EQ(WriteFifo(ends.writer, "x", 1, Within(50)), -2);
-    EXPECT_GE(NowMs() - start, 50);
-    EXPECT_LT(NowMs() - start, 1500);
+    EXPECT_GE(watch.ElapsedMs(), 50);
+    EXPECT_LT(watch.ElapsedMs(), 1500);
     m_breaker.Break();
     EXPECT_EQ(WriteFifo(ends.writer, "x", 1, Within(-1)), -1);
 }
@@ -275,6 +278,35 @@ TEST_F(FifoTest, WritingWithoutAReaderFailsWithEpipe) {
     errno = 0;
     EXPECT_EQ(WriteFifo(ends.writer, "abc", 3, Within(-1)), -1);
     EXPECT_EQ(errno, EPIPE) << "and SIGPIPE would have killed this process";
+}
+
+bool HasSigPipe(int (*fill)(sigset_t*)) {
+    sigset_t set;
+    sigemptyset(&set);
+    fill(&set);
+    return sigismember(&set, SIGPIPE) == 1;
+}
+
+int Mask(sigset_t* set) {
+    return pthread_sigmask(SIG_SETMASK, nullptr, set);
+}
+
+TEST_F(FifoTest, AThreadThatKeepsSigPipeBlockedHasNonePendingAfterAWriteWithoutAReader) {
+    MakeFifo(Fifo());
+    Ends ends(Fifo());
+    EXPECT_EQ(WriteFifo(ends.writer, "abc", 3, Within(-1)), 3);
+    close(ends.reader);
+    ends.reader = -1;
+    std::thread writer([&] {
+        KeepSigPipeBlocked();
+        EXPECT_EQ(WriteFifo(ends.writer, "abc", 3, Within(-1)), -1);
+        EXPECT_EQ(errno, EPIPE);
+        EXPECT_FALSE(HasSigPipe(&sigpending));
+        EXPECT_TRUE(HasSigPipe(&Mask));
+    });
+    writer.join();
+    EXPECT_FALSE(HasSigPipe(&Mask)) << "another thread's mask";
+    EXPECT_EQ(WriteFifo(ends.writer, "abc", 3, Within(-1)), -1) << "and this one's";
 }
 
 }  // namespace

@@ -461,6 +461,49 @@ TEST_F(IpcStreamerPipeImplTest, AWriteLargerThanTheFifoArrivesWhole) {
     EXPECT_TRUE(got == sent);
 }
 
+TEST_F(IpcStreamerPipeImplTest, ReadTimedWaitsMillisecondsAndTakesWhatIsThere) {
+    StreamerPair pair;
+    ASSERT_TRUE(pair.opened);
+    char buf[8];
+    int result = 0;
+    const long noneMs = MsOf([&] { result = pair.client->ReadTimed(buf, sizeof(buf), 200); });
+    EXPECT_EQ(result, -2);
+    EXPECT_GE(noneMs, 199);
+    EXPECT_LT(noneMs, kPromptMs);
+    EXPECT_LT(ShortestMs(150,
+                         [&] {
+                             result = pair.client->ReadTimed(buf, sizeof(buf), 0);
+                             EXPECT_EQ(result, -2);
+                         }),
+              150);
+    for (const long timeout : {0L, 1L, LONG_MAX, -1L}) {
+        EXPECT_EQ(pair.server->Write("abc", 3), 3);
+        EXPECT_EQ(pair.client->ReadTimed(buf, sizeof(buf), timeout), 3);
+    }
+}
+
+TEST_F(IpcStreamerPipeImplTest, ReadTimedWithoutLimitEndsWithThePeerOrAnInterrupt) {
+    StreamerPair pair;
+    ASSERT_TRUE(pair.opened);
+    char buf[8];
+    int result = 1;
+    WatchedThread reader([&] { result = pair.client->ReadTimed(buf, sizeof(buf), -1); });
+    reader.WaitUntilBlocked();
+    EXPECT_FALSE(reader.HasEnded());
+    pair.CloseServer();
+    reader.Join();
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(pair.client->ReadTimed(buf, 0, -1), -1);
+    EXPECT_EQ(pair.client->ReadTimed(nullptr, 8, -1), -1);
+    StreamerPair other;
+    ASSERT_TRUE(other.opened);
+    WatchedThread interrupted([&] { result = other.client->ReadTimed(buf, sizeof(buf), -1); });
+    interrupted.WaitUntilBlocked();
+    other.client->Interrupt();
+    interrupted.Join();
+    EXPECT_EQ(result, -2);
+}
+
 TEST_F(IpcStreamerPipeImplTest, WriteTimedReturnsThePartThatWentInAndThenMinusTwo) {
     StreamerPair pair;
     ASSERT_TRUE(pair.opened);

@@ -98,6 +98,23 @@ TEST(CEventTest, SetWakesEveryWaiter) {
     }
 }
 
+TEST(CEventTest, SetKeptWakesEveryWaiterAndStaysSet) {
+    CEvent event(false);
+    Waiter endless(&event, -1);
+    Waiter another(&event, -1);
+    Waiter timed(&event, 60000);
+    EXPECT_FALSE(endless.HasReturned(20));
+    event.SetKept();
+    for (Waiter* waiter : {&endless, &another, &timed}) {
+        EXPECT_TRUE(waiter->HasReturned(kCeilingMs));
+        EXPECT_TRUE(waiter->Result());
+    }
+    event.SetKept();
+    EXPECT_TRUE(event.Wait(0));
+    event.Reset();
+    EXPECT_FALSE(event.Wait(0));
+}
+
 TEST(CEventTest, EveryNegativeTimeoutWaitsWithoutLimit) {
     CEvent event(false);
     Waiter smallest(&event, LONG_MIN);

@@ -396,6 +396,40 @@ TEST_F(RpcServerTest, StreamersOfAnotherKindAreRefused) {
 
 // --- Callbacks ---
 
+// Its write would raise a signal that ends this process.
+TEST_F(RpcServerTest, AResultForAClientThatHasGoneCostsNobodyElseAnything) {
+    CEvent runs(false);
+    CEvent goOn(false);
+    table.Bind("Slow", [&](int a) {
+        runs.Set();
+        goOn.Wait(kCeilingMs);
+        return a;
+    });
+    StartServer();
+    {
+        RawClient client(directory.Path(), "S", 5);
+        ASSERT_TRUE(client.Write(RawInvoke(1, "Slow", 1)));
+        EXPECT_TRUE(runs.Wait(kCeilingMs));
+        client.Close();
+    }
+    goOn.Set();
+    EXPECT_TRUE(WaitUntil([&] { return server.GetConnectionCount() == 0; }));
+    EXPECT_TRUE(Serves());
+}
+
+// Blocked once for the thread, not around each write of a result.
+TEST_F(RpcServerTest, FunctionsRunWithSigPipeBlocked) {
+    table.Bind("IsBlocked", [] {
+        sigset_t mask;
+        pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+        return sigismember(&mask, SIGPIPE);
+    });
+    StartServer();
+    RpcClient client;
+    ASSERT_TRUE(client.Connect("S", nullptr, kCeilingMs));
+    EXPECT_EQ(Call<int>(client, "IsBlocked"), 1);
+}
+
 TEST_F(RpcServerTest, CallbacksReachTheClientDuringAndAfterTheCall) {
     std::unique_ptr<RpcRemoteCallback> kept;
     table.Bind("Watch", [&](int count, RpcRemoteCallback callback) {

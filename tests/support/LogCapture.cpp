@@ -2,6 +2,8 @@
 
 #include <stdarg.h>
 #include <stdio.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -19,6 +21,7 @@ struct Captured {
     std::condition_variable changed;
     bool active = false;
     std::vector<std::string> messages;
+    std::vector<int> threads;  // of the messages
     int priority = 0;
     std::string tag;
 };
@@ -36,6 +39,7 @@ LogCapture::LogCapture(Debug debug) {
         std::lock_guard<std::mutex> lock(State().mutex);
         State().active = true;
         State().messages.clear();
+        State().threads.clear();
     }
     if (debug == Debug::On) {
         tools::EnableDumpLog(true, false);
@@ -66,6 +70,7 @@ int LogCapture::Count(const std::string& message) const {
 void LogCapture::Clear() {
     std::lock_guard<std::mutex> lock(State().mutex);
     State().messages.clear();
+    State().threads.clear();
 }
 
 bool LogCapture::WaitFor(const std::string& message, long timeoutMs) const {
@@ -75,6 +80,16 @@ bool LogCapture::WaitFor(const std::string& message, long timeoutMs) const {
         return std::find(state.messages.begin(), state.messages.end(), message) !=
                state.messages.end();
     });
+}
+
+int LogCapture::ThreadOf(const std::string& message) const {
+    std::lock_guard<std::mutex> lock(State().mutex);
+    for (size_t i = State().messages.size(); i > 0; --i) {
+        if (State().messages[i - 1] == message) {
+            return State().threads[i - 1];
+        }
+    }
+    return 0;
 }
 
 int LogCapture::LastPriority() const {
@@ -105,6 +120,7 @@ extern "C" int __android_log_print(int priority, const char* tag, const char* fo
         return fprintf(stderr, "D/%s: %s", tag, text);
     }
     state.messages.emplace_back(text);
+    state.threads.push_back(static_cast<int>(syscall(SYS_gettid)));
     state.priority = priority;
     state.tag = tag;
     state.changed.notify_all();

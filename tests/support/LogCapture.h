@@ -26,6 +26,9 @@ public:
     // Waits until `message` has been logged; false after `timeoutMs`.
     bool WaitFor(const std::string& message, long timeoutMs = 10000) const;
 
+    // The kernel's id of the thread that logged `message` last; 0 if none has.
+    int ThreadOf(const std::string& message) const;
+
     // Priority and tag of the last message.
     int LastPriority() const;
     std::string LastTag() const;

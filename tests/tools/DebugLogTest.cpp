@@ -155,6 +155,16 @@ TEST(DebugLogTest, AMessageOf4094CharactersIsWhole) {
                 ElementsAre(std::string(4093, 'a') + "b", std::string(4094, 'a')));
 }
 
+// No character of the locale "C" is that wide.
+constexpr wchar_t kNoCharacter[] = {L'a', 0x7fffffff, 0};
+
+TEST(DebugLogTest, OfAMessageThatCannotBeFormattedTheConsoleShowsTheBeginning) {
+    const LogCapture capture;
+    DumpDbgMsg("a message before it\n");
+    DumpDbgMsg("from %d %ls", 1, kNoCharacter);
+    EXPECT_THAT(capture.Messages(), ElementsAre("a message before it\n", "from 1 "));
+}
+
 TEST(DebugLogTest, CollectLogFilesWithFileLoggingOffPrintsNothing) {
     const LogCapture capture;
     CollectLogFiles(0);
@@ -280,6 +290,15 @@ TEST_F(DebugLogFileTest, EveryFormattedCharacterIsWrittenAlsoAZero) {
         DumpDbgMsg("a%cb", 0);
     });
     EXPECT_EQ(Text("LogTools0.txt"), std::string("a\0b", 3));
+}
+
+TEST_F(DebugLogFileTest, AMessageThatCannotBeFormattedDoesNotGoToTheFile) {
+    InChild([] {
+        EnableDumpLog(true, true);
+        DumpDbgMsg("from %d %ls", 1, kNoCharacter);
+        DumpDbgMsg("next");
+    });
+    EXPECT_EQ(Text("LogTools0.txt"), "next");
 }
 
 std::vector<std::string> NamesOf(int first, int last) {

@@ -33,6 +33,10 @@ public:
     // Open that gives up after `timeoutMs` milliseconds; negative waits without limit.
     bool OpenWithin(long timeoutMs);
 
+    // Read that waits at most `timeoutMs` milliseconds, real ones, and takes what is there by then;
+    // negative waits without limit.
+    int ReadTimed(char* buf, int len, long timeoutMs);
+
     // Write that gives up after `timeoutMs` milliseconds: returns what was written by then, -2 if
     // that is nothing. Negative waits without limit.
     int WriteTimed(const char* buf, int len, long timeoutMs);
@@ -57,6 +61,7 @@ public:
 private:
     IpcStreamerPipeImpl(const char* name, int id, bool isServer);
     bool OpenDescriptors();
+    int ReadWithin(char* buf, int len, const timespec* wait);
 
     const bool m_isServer;
     int m_readDescriptor;

@@ -29,6 +29,10 @@ public:
     // Wakes every waiter; does nothing when the event is already set.
     void Set();
 
+    // Set that holds the woken up no longer than it must: by the time they run its lock is free.
+    // Only where the caller keeps the event alive until this has returned.
+    void SetKept();
+
     // From now on waits wait; a waiter that Set has woken returns all the same.
     void Reset();
 

@@ -18,6 +18,7 @@
 namespace kpl::ipc {
 class IpcClient;
 class IpcStreamer;
+class IpcStreamerPipeImpl;
 }  // namespace kpl::ipc
 
 namespace kpl::os {
@@ -82,6 +83,8 @@ public:
         State m_state = State::Fresh;
         bool m_isTimed = false;                  // ends by itself when the reader does
         ipc::IpcStreamer* m_streamer = nullptr;  // the call's own reference, null when given back
+        bool m_hasTurn = false;                  // its thread is the one that receives
+        bool m_mustWake = false;                 // answered, and its thread was not woken yet
 
         char* m_early;  // a result that came while Writing
         int m_earlySize = 0;
@@ -139,11 +142,11 @@ public:
     // gone; negative waits without limit. A late result is dropped.
     bool Invoke(const char* functionName, long timeoutMs);
 
-    // True while the connection can bring results: its reader runs. Any thread.
+    // True while the connection can bring results. Any thread.
     bool IsAlive() const;
 
-    // Forget every thread's context (their calls return false), and every call's callbacks.
-    // Any thread.
+    // Forget every thread's context (their calls return false, within a second), and every call's
+    // callbacks. Any thread.
     void RemoveAllCachedCallContext();
     void RemoveAllCachedCallbackFunctions();
 
@@ -205,12 +208,26 @@ private:
                                          std::vector<std::shared_ptr<void>>* proxies);
     bool WriteCall(CallContext* context, int size, const os::Deadline& deadline);
     void EndWrite(CallContext* context);
+    enum class Step { Leave, Wait, Receive };
+    void AwaitResult(CallContext* context, const os::Deadline& deadline);
+    Step NextStep(CallContext* context);
+    ContextPtr GiveTurn(CallContext* context) KPL_REQUIRES(m_stateLock);
+    bool IsInFlight(const CallContext& context) const KPL_REQUIRES(m_stateLock);
     bool EndCall(CallContext* context, const CallbackListPtr& callbacks);
     void StoreCallbacks(unsigned int id, const CallbackListPtr& list) KPL_REQUIRES(m_stateLock);
 
-    // The reader thread.
+    // Receiving, on the reader thread or on that of a waiting caller.
     void Read();
-    bool ReadOnce(ipc::IpcStreamer* streamer, CommandBuffer* buffer);
+    void BeginReceiving();
+    void EndReceiving();
+    bool TakeTurnAsReader();
+    ContextPtr PassTurn() KPL_REQUIRES(m_stateLock);
+    static void Wake(const ContextPtr& context);
+    ContextPtr TakeAnswered();
+    void WakeAnswered();
+    void Receive(const os::Deadline& deadline);
+    void HandleReceived(int received);
+    bool HandleCommands(int received);
     void HandleCommand(RpcCommandDemuxer* command, char* bytes);
     void DeliverResult(unsigned int id, const char* bytes, int size);
     static void PutResult(CallContext* context, const char* bytes, int size);
@@ -224,6 +241,8 @@ private:
 
     char* m_serverName KPL_GUARDED_BY(m_stateLock) = nullptr;
     ipc::IpcStreamer* m_streamer KPL_GUARDED_BY(m_stateLock) = nullptr;
+    // m_streamer, if it is a pair of FIFOs: only their reads and writes know time limits.
+    ipc::IpcStreamerPipeImpl* m_pipe KPL_GUARDED_BY(m_stateLock) = nullptr;
     ipc::IpcClient* m_ipcClient KPL_GUARDED_BY(m_stateLock) = nullptr;
     std::map<unsigned long, ContextPtr> m_callContexts KPL_GUARDED_BY(m_stateLock);
     std::map<unsigned int, CallbackListPtr> m_callbackMap KPL_GUARDED_BY(m_stateLock);
@@ -241,6 +260,17 @@ private:
     std::atomic<bool> m_isBroken{false};  // half a command was written, or too much came
     os::CEvent m_readerStarted{false};
     const std::unique_ptr<WriteTurn> m_writeTurn;
+
+    // Who receives: see RpcClientReader.cpp.
+    const std::unique_ptr<CommandBuffer> m_received;  // belongs to who has the turn
+    bool m_turnTaken KPL_GUARDED_BY(m_stateLock) = false;
+    bool m_receivingEnded KPL_GUARDED_BY(m_stateLock) = true;     // nobody takes the turn any more
+    bool m_readerSleeps KPL_GUARDED_BY(m_stateLock) = false;      // until a caller wakes it
+    unsigned int m_turnRequests KPL_GUARDED_BY(m_stateLock) = 0;  // of callers
+    unsigned int m_seenTurnRequests KPL_GUARDED_BY(m_stateLock) = 0;  // when the reader last looked
+    os::CEvent m_readerWakes{false};
+    os::CEvent m_turnGiven{false};  // after the end of receiving: nobody has the turn
+
     const std::shared_ptr<ClientTag> m_tag;
 };
 

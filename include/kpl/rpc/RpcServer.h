@@ -9,8 +9,9 @@
 namespace kpl::rpc {
 
 // Serves RPC clients: reads their commands, has them executed by the executors registered with
-// RpcExecutorManager, and writes the results. One thread per connection; one more for a connection
-// whose client does not take what is sent.
+// RpcExecutorManager, and writes the results. One thread per connection, on which the executors run
+// too and which has SIGPIPE blocked; one more for a connection whose client does not take what is
+// sent.
 //
 // Either Start gives it a server of its own, or it is registered as an observer with one server
 // that runs elsewhere (IpcServerManager), and unregistered before it dies.
