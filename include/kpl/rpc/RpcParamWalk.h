@@ -19,9 +19,7 @@ public:
         : m_command(command), m_valuesEnd(end - kParamHeaderSize), m_left(count) {}
 
     // Whether there is a parameter here. Its code can be read then, and perhaps no more.
-    bool HasParam() const {
-        return m_left > 0 && Space() >= kParamLengthOffset - kParamHeaderSize;
-    }
+    bool HasParam() const { return m_left > 0 && Space() >= kParamLengthOffset - kParamHeaderSize; }
 
     int Code() const { return LoadInt(m_command + m_offset); }
 
