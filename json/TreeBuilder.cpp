@@ -18,7 +18,10 @@ struct alignas(JSONValue) TreeBuilder::Block {
 namespace {
 
 constexpr size_t kFirstBlock = 512;
-constexpr size_t kLargestBlock = 32768;
+
+// Freeing one of this size makes glibc's allocator join the small pieces that it holds back, those
+// of strings and members; else the next large tree would be scattered over them.
+constexpr size_t kLargestBlock = 65536;
 
 // Keeps the value behind a payload aligned.
 constexpr size_t RoundUp(size_t size) {

@@ -1,10 +1,12 @@
 #include "rpc/CommandCheck.h"
 
+#include "kpl/rpc/RpcCommandFormat.h"
 #include "kpl/rpc/RpcParam.h"
 #include "rpc/CommandBuffer.h"
-#include "rpc/CommandFormat.h"
 
 namespace kpl::rpc {
+
+using namespace detail;
 
 namespace {
 

@@ -3,15 +3,15 @@
 #include <limits.h>
 #include <string.h>
 
-#include "rpc/CommandFormat.h"
+#include "kpl/rpc/RpcCommandFormat.h"
 
 namespace {
 
-using kpl::rpc::LoadInt;
-using kpl::rpc::LoadWord;
-using kpl::rpc::StoreInt;
-using kpl::rpc::StoreWord;
 using kpl::rpc::WordPointer;
+using kpl::rpc::detail::LoadInt;
+using kpl::rpc::detail::LoadWord;
+using kpl::rpc::detail::StoreInt;
+using kpl::rpc::detail::StoreWord;
 
 // The block: count, a word that is 0 when there are no records, the records, then their texts.
 constexpr int kItemsOffset = 4;
@@ -33,12 +33,11 @@ uint32_t ItemsWord(const EpgData* items) {
 // Adds the record's texts with their terminators to `size`; false if one is lost.
 bool AddTextSizes(const EpgData& record, int64_t* size) {
     for (const EpgText& text : record.text) {
-        if (text.IsLost()) {
-            return false;
-        }
         const char* characters = text;
         if (characters != nullptr) {
             *size += static_cast<int64_t>(strlen(characters)) + 1;
+        } else if (text.IsLost()) {
+            return false;
         }
     }
     return true;

@@ -3,9 +3,11 @@
 #include <limits.h>
 #include <string.h>
 
-#include "rpc/CommandFormat.h"
+#include "kpl/rpc/RpcCommandFormat.h"
 
 namespace kpl::rpc {
+
+using namespace detail;
 
 namespace {
 

@@ -6,10 +6,12 @@
 
 #include "kpl/rpc/EpgDataList.h"
 #include "kpl/rpc/RpcArray.h"
-#include "rpc/CommandFormat.h"
-#include "rpc/ParamWalk.h"
+#include "kpl/rpc/RpcCommandFormat.h"
+#include "kpl/rpc/RpcParamWalk.h"
 
 namespace kpl::rpc {
+
+using namespace detail;
 
 namespace {
 
@@ -26,22 +28,6 @@ bool HoldsEpgRecords(const char* block, int length) {
 
 }  // namespace
 
-RpcCommandDemuxer::RpcCommandDemuxer(char* buf, int len) : m_buffer(buf), m_length(len) {}
-
-bool RpcCommandDemuxer::HasHeader() const {
-    return m_buffer != nullptr && m_length >= kHeaderSize;
-}
-
-int RpcCommandDemuxer::HeaderInt(int offset) const {
-    return HasHeader() ? LoadInt(m_buffer + offset) : 0;
-}
-
-// Where reading stops, whatever the parameters say.
-ParamWalk RpcCommandDemuxer::Walk() const {
-    const int end = std::min(HeaderInt(kTotalSizeOffset), m_length);
-    return ParamWalk(m_buffer, end, GetCommandCounts());
-}
-
 bool RpcCommandDemuxer::IsValidCommand() const {
     const int type = GetCommandType();
     if (type != RPC_COMMAND_INVOKE && type != RPC_COMMAND_RESULT && type != RPC_COMMAND_CALLBACK) {
@@ -56,22 +42,6 @@ bool RpcCommandDemuxer::IsValidCommand() const {
         walk.Next();
     }
     return walk.Left() == 0 && walk.Offset() == total;
-}
-
-int RpcCommandDemuxer::GetCommandType() const {
-    return HeaderInt(kTypeOffset);
-}
-
-int RpcCommandDemuxer::GetCommandCounts() const {
-    return HeaderInt(kCountOffset);
-}
-
-unsigned int RpcCommandDemuxer::GetId() const {
-    return IsValidCommand() ? LoadWord(m_buffer + kIdOffset) : 0;
-}
-
-int RpcCommandDemuxer::GetSize() const {
-    return IsValidCommand() ? HeaderInt(kTotalSizeOffset) : 0;
 }
 
 int RpcCommandDemuxer::GetCommandCounts(RpcParamType type) const {
@@ -94,18 +64,6 @@ int RpcCommandDemuxer::GetParamType(int index) const {
 
 bool RpcCommandDemuxer::HasParamType(RpcParamType type) const {
     return GetCommandCounts(type) > 0;
-}
-
-void RpcCommandDemuxer::CopyValue(int index, void* value, size_t size) const {
-    ParamWalk walk = Walk();
-    if (walk.SkipTo(index) && walk.Space() >= static_cast<int64_t>(size)) {
-        memcpy(value, walk.Value(), size);
-    }
-}
-
-const char* RpcCommandDemuxer::GetString(int index) const {
-    ParamWalk walk = Walk();
-    return walk.SkipTo(index) ? walk.String() : nullptr;
 }
 
 char* RpcCommandDemuxer::GetBytes(int index, int* length) const {
@@ -134,11 +92,6 @@ void RpcCommandDemuxer::ReadStruct(int index, EpgDataList* list) const {
     if (!readable || RetrieveEpgDataList::RetrieveFromBytes(*list, block, length) == 0) {
         *list = EpgDataList();
     }
-}
-
-const char* RpcCommandDemuxer::GetFunctionName() const {
-    const int count = GetCommandCounts();
-    return count < 1 ? nullptr : GetString(count - 1);
 }
 
 }  // namespace kpl::rpc

@@ -5,10 +5,12 @@
 #include <algorithm>
 
 #include "kpl/rpc/RpcCommandDemuxer.h"
+#include "kpl/rpc/RpcParamWalk.h"
 #include "kpl/tools/DebugLog.h"
-#include "rpc/ParamWalk.h"
 
 namespace kpl::rpc {
+
+using namespace detail;
 
 namespace {
 

@@ -2,13 +2,15 @@
 
 #include "ipc/Announcement.h"
 #include "ipc/Fifo.h"
+#include "kpl/rpc/RpcCommandFormat.h"
 #include "kpl/rpc/RpcCommandMuxer.h"
 #include "kpl/rpc/RpcExecutorManager.h"
 #include "kpl/tools/DebugLog.h"
 #include "rpc/CommandCheck.h"
-#include "rpc/CommandFormat.h"
 
 namespace kpl::rpc {
+
+using namespace detail;
 
 using tools::ForceDumpDbgMsg;
 

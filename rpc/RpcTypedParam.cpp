@@ -2,9 +2,11 @@
 
 #include <string.h>
 
-#include "rpc/CommandFormat.h"
+#include "kpl/rpc/RpcCommandFormat.h"
 
 namespace kpl::rpc {
+
+using namespace detail;
 
 namespace {
 

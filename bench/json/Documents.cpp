@@ -98,15 +98,15 @@ std::string EscapedString(Dice* dice) {
 
 }  // namespace
 
-std::string ProgrammeGuide() {
+std::string ProgrammeGuide(size_t size) {
     Dice dice;
     std::string text = "{\"version\": 3, \"channels\": [";
     unsigned programme = 0;
-    for (unsigned channel = 1; text.size() < kSize; ++channel) {
+    for (unsigned channel = 1; text.size() < size; ++channel) {
         text += channel == 1 ? "\n" : ",\n";
         text += "{\"channel\": " + std::to_string(channel) + ", \"name\": \"Channel " +
                 std::to_string(channel) + "\", \"programmes\": [\n";
-        for (int i = 0; i < 30; ++i) {
+        for (int i = 0; i < 30 && (i == 0 || text.size() < size); ++i) {
             text += (i == 0 ? "  " : ",\n  ") + Programme(&dice, programme++);
         }
         text += "]}";

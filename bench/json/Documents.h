@@ -1,15 +1,17 @@
 #ifndef KPL_BENCH_JSON_DOCUMENTS_H_
 #define KPL_BENCH_JSON_DOCUMENTS_H_
 
+#include <stddef.h>
+
 #include <string>
 
 namespace kpl::bench {
 
-// Generated JSON texts of about 1 MB, the same ones in every run.
+// Generated JSON texts, the same ones in every run; of about 1 MB unless a size is given.
 
 // Channels with their programmes: objects of ten members with short and long strings, whole
 // numbers, booleans, nulls and small arrays.
-std::string ProgrammeGuide();
+std::string ProgrammeGuide(size_t size = 1000000);
 
 // Rows of numbers: whole ones, decimal fractions and some with an exponent.
 std::string Numbers();

@@ -227,6 +227,35 @@ TEST(RpcCommandDemuxerTest, AStringWithoutAValueIsNull) {
     EXPECT_EQ(RpcCommandDemuxer(exact.Data(), exact.Size()).Get<const char*>(0), nullptr);
 }
 
+TEST(RpcCommandDemuxerTest, AnEmptyStringValueIsNoTerminator) {
+    // No byte behind the value is 0, but the last one of its length is.
+    const ExactBytes exact(Command(10002, 1, 2, Param(50, "") + Words({0x41414141, 0x41414141})));
+    EXPECT_EQ(RpcCommandDemuxer(exact.Data(), exact.Size()).Get<const char*>(0), nullptr);
+}
+
+TEST(RpcCommandDemuxerTest, AStringThatSaysToReachBeyondTheCommandEndsInside) {
+    for (const uint32_t length : {4U, 5U, 1000U, 0x40000000U, 0x80000000U, 0xFFFFFFFFU}) {
+        const std::string params = Words({50, length});
+        const ExactBytes ends(Command(10002, 1, 1, params + Text("ab")));
+        EXPECT_STREQ(RpcCommandDemuxer(ends.Data(), ends.Size()).Get<const char*>(0), "ab");
+        const ExactBytes goesOn(Command(10002, 1, 1, params + "abc"));
+        EXPECT_EQ(RpcCommandDemuxer(goesOn.Data(), goesOn.Size()).Get<const char*>(0), nullptr);
+    }
+}
+
+TEST(RpcCommandDemuxerTest, OfAParameterCutInItsHeaderOnlyTheCodeIsRead) {
+    for (size_t left = 4; left < 8; ++left) {
+        const ExactBytes exact(Command(10002, 1, 2, Words({50, 0}).substr(0, left)));
+        const RpcCommandDemuxer demuxer(exact.Data(), exact.Size());
+        EXPECT_EQ(demuxer.GetParamType(0), 50);
+        EXPECT_EQ(demuxer.Get<const char*>(0), nullptr);
+        EXPECT_EQ(demuxer.Get<int>(0), 0);
+        EXPECT_EQ(demuxer.GetParamType(1), 0);
+        EXPECT_EQ(demuxer.Get<int>(1), 0);
+        EXPECT_EQ(demuxer.GetFunctionName(), nullptr);
+    }
+}
+
 TEST(RpcCommandDemuxerTest, NothingBeyondTheTotalSizeIsRead) {
     std::string bytes = Command(10002, 1, 1, Param(2, Words({5})));
     SetWord(&bytes, 8, 16 + 8 + 3);

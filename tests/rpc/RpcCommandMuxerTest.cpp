@@ -299,6 +299,8 @@ TEST(RpcCommandMuxerTest, TheFinishedSizeLastsUntilTheNextFirstPush) {
     EXPECT_EQ(muxer.GetFinishedSize(), 28);
     ASSERT_TRUE(muxer.Push(1));
     EXPECT_EQ(muxer.GetFinishedSize(), 0);
+    muxer.Reset();
+    EXPECT_EQ(muxer.GetFinishedSize(), 0);
 }
 
 TEST(RpcCommandMuxerTest, AFailedFirstPushClearsTheFinishedSizeToo) {

@@ -3,15 +3,17 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <string.h>
 
 #include "kpl/Export.h"
+#include "kpl/rpc/RpcCommandFormat.h"
 #include "kpl/rpc/RpcParam.h"
+#include "kpl/rpc/RpcParamWalk.h"
 
 struct EpgDataList;
 
 namespace kpl::rpc {
 
-class ParamWalk;
 class RpcArray;
 
 // Reads one command in place. The bytes may come from anywhere: nothing outside the smaller of the
@@ -21,18 +23,20 @@ class RpcArray;
 class KPL_EXPORT RpcCommandDemuxer {
 public:
     // `len` is how many bytes of `buf` are there, which may be more than the command has.
-    RpcCommandDemuxer(char* buf, int len);
+    RpcCommandDemuxer(char* buf, int len) : m_buffer(buf), m_length(buf != nullptr ? len : 0) {}
 
     // True for a whole command of a known type whose parameters add up to its total size.
     bool IsValidCommand() const;
 
     // The header's type and parameter count as they stand, valid or not; 0 without a header.
-    int GetCommandType() const;
-    int GetCommandCounts() const;
+    int GetCommandType() const { return HeaderInt(detail::kTypeOffset); }
+    int GetCommandCounts() const { return HeaderInt(detail::kCountOffset); }
 
     // The header's id and total size in bytes; 0 if the command is not valid.
-    unsigned int GetId() const;
-    int GetSize() const;
+    unsigned int GetId() const {
+        return IsValidCommand() ? detail::LoadWord(m_buffer + detail::kIdOffset) : 0;
+    }
+    int GetSize() const { return IsValidCommand() ? HeaderInt(detail::kTotalSizeOffset) : 0; }
 
     // How many parameters have this code.
     int GetCommandCounts(RpcParamType type) const;
@@ -59,23 +63,32 @@ public:
 
     // The last parameter as a string, which for an invoke is the function's name; null if there is
     // none.
-    const char* GetFunctionName() const;
+    const char* GetFunctionName() const {
+        const int count = GetCommandCounts();
+        return count < 1 ? nullptr : GetString(count - 1);
+    }
 
     // Writes the command to the debug log, one message a piece; nothing while that is disabled.
     void Dump() const;
 
 private:
-    bool HasHeader() const;
-    int HeaderInt(int offset) const;
-    ParamWalk Walk() const;
+    bool HasHeader() const { return m_length >= detail::kHeaderSize; }
+    int HeaderInt(int offset) const { return HasHeader() ? detail::LoadInt(m_buffer + offset) : 0; }
+    // Reading stops at the end of the command or of the buffer, whatever the parameters say.
+    detail::ParamWalk Walk() const {
+        const int total = HeaderInt(detail::kTotalSizeOffset);
+        return detail::ParamWalk(m_buffer, total < m_length ? total : m_length, GetCommandCounts());
+    }
+    const char* GetString(int index) const {
+        detail::ParamWalk walk = Walk();
+        return walk.SkipTo(index) ? walk.String() : nullptr;
+    }
     void DumpParams(int count) const;
-    void CopyValue(int index, void* value, size_t size) const;
-    const char* GetString(int index) const;
     void ReadStruct(int index, RpcArray* array) const;
     void ReadStruct(int index, EpgDataList* list) const;
 
     char* m_buffer;
-    int m_length;
+    int m_length;  // 0 without a buffer
 };
 
 template <class T>
@@ -89,7 +102,10 @@ typename ParamTypeTrait<T>::RealType RpcCommandDemuxer::Get(int index) const {
         return value;
     } else {
         typename Trait::WireType wire{};
-        CopyValue(index, &wire, sizeof(wire));
+        detail::ParamWalk walk = Walk();
+        if (walk.SkipTo(index) && walk.Space() >= static_cast<int64_t>(sizeof(wire))) {
+            memcpy(&wire, walk.Value(), sizeof(wire));
+        }
         return static_cast<typename Trait::RealType>(wire);
     }
 }

@@ -2,8 +2,12 @@
 #define KPL_RPC_RPCCOMMANDMUXER_H_
 
 #include <stdint.h>
+#include <string.h>
+
+#include <new>
 
 #include "kpl/Export.h"
+#include "kpl/rpc/RpcCommandFormat.h"
 #include "kpl/rpc/RpcParam.h"
 
 struct EpgDataList;
@@ -20,7 +24,8 @@ class RpcArray;
 class KPL_EXPORT RpcCommandMuxer {
 public:
     // `len` is the size of `buf` in bytes. With a null buffer or no room every push fails.
-    RpcCommandMuxer(char* buf, int len);
+    RpcCommandMuxer(char* buf, int len)
+        : m_buffer(buf), m_capacity(buf != nullptr && len > 0 ? len : 0) {}
 
     // Appends one parameter. T is one of the types with a ParamTypeTrait; RpcArray and EpgDataList
     // need their header. A null string is sent as an empty one. Returns false, with the command
@@ -41,31 +46,91 @@ public:
     int Finish(int type, const char* functionName, unsigned int id);
 
     // True from the first successful push until the command is finished or discarded.
-    bool IsValidCommand() const;
+    bool IsValidCommand() const { return m_count > 0; }
 
     // Discards the command begun so far. The finished size is kept.
-    void Reset();
+    void Reset() {
+        m_finishedSize = GetFinishedSize();
+        m_size = detail::kHeaderSize;
+        m_count = 0;
+    }
 
     // The buffer given to the constructor; after Finish it holds the command.
     char* GetBuffer() const { return m_buffer; }
 
     // What the last successful Finish returned; 0 before it and from the next first push on.
-    int GetFinishedSize() const { return m_finishedSize; }
+    int GetFinishedSize() const { return m_count == 0 ? m_finishedSize : 0; }
 
 private:
-    char* BeginParam(int64_t length);
-    bool EndParam(RpcParamType type, int64_t length);
-    bool Discard();
-    bool PushString(const char* text);
+    // A scalar as it lies in the buffer. It has a type instead of being bytes: a store of bytes
+    // could change this object's fields for all a compiler knows, which would read them again for
+    // every parameter.
+    template <class Wire>
+    struct __attribute__((packed)) ScalarParam {
+        int32_t type;
+        int32_t length;
+        Wire value;
+    };
+
+    // Whether `size` more bytes fit; discards the command if they do not.
+    bool HasRoom(int64_t size) { return m_capacity - m_size >= size || Discard(); }
+
+    template <class Wire>
+    bool PushScalar(RpcParamType type, Wire value) {
+        constexpr int kSize = sizeof(ScalarParam<Wire>);
+        if (!HasRoom(kSize)) {
+            return false;
+        }
+        new (m_buffer + m_size) ScalarParam<Wire>{type, sizeof(value), value};
+        m_size += kSize;
+        ++m_count;
+        return true;
+    }
+
+    bool PushString(const char* text) {
+        const size_t characters = text != nullptr ? strlen(text) : 0;
+        const auto length = static_cast<int64_t>(characters) + 1;
+        if (!HasRoom(detail::kParamHeaderSize + length)) {
+            return false;
+        }
+        // First of all: the text may be a received one that lies here.
+        if (characters > 0) {
+            memmove(NextValue(), text, characters);
+        }
+        NextValue()[characters] = '\0';
+        return EndParam(RPC_PARAM_STRING, static_cast<int>(length));
+    }
+
+    // Where the value of the next parameter goes.
+    char* NextValue() const { return m_buffer + m_size + detail::kParamHeaderSize; }
+
+    // Completes the parameter whose value has been written there.
+    bool EndParam(RpcParamType type, int length) {
+        char* const param = m_buffer + m_size;
+        m_size += detail::kParamHeaderSize + length;
+        detail::StoreInt(param, type);
+        detail::StoreInt(param + detail::kParamLengthOffset, length);
+        ++m_count;
+        return true;
+    }
+
+    // What every failed push does.
+    bool Discard() {
+        m_size = detail::kHeaderSize;
+        m_count = 0;
+        m_finishedSize = 0;
+        return false;
+    }
+
     bool PushStruct(const RpcArray& array);
     bool PushStruct(const EpgDataList& list);
     bool PushCallback(const RpcCallbackContext& context);
 
     char* m_buffer;
-    int m_capacity;
-    int m_size;   // bytes written so far; 0: nothing yet, not even room for the header
-    int m_count;  // parameters pushed so far
-    int m_finishedSize;
+    int m_capacity;                    // 0 without a buffer
+    int m_size = detail::kHeaderSize;  // bytes written so far, with the header's place
+    int m_count = 0;                   // parameters pushed so far
+    int m_finishedSize = 0;            // of the last command, until this one is finished
 };
 
 template <class T>
@@ -85,7 +150,7 @@ bool RpcCommandMuxer::Push(T value) {
                 return Discard();
             }
         }
-        return PushBytes(Trait::Type, &wire, static_cast<int>(sizeof(wire)));
+        return PushScalar(Trait::Type, wire);
     }
 }
 

@@ -1,5 +1,5 @@
-// The layout of a command. Every field is a 32-bit integer in native byte order; nothing is
-// aligned, so fields are only ever copied in and out.
+// The layout of a command, for what reads and writes one. Every field is a 32-bit integer in native
+// byte order; nothing is aligned, so fields are only ever copied in and out.
 //
 //   offset 0   type            what the command is (RpcCommandType)
 //          4   id              chosen by the client per call; the call's result and callbacks carry
@@ -7,13 +7,13 @@
 //          8   total size      in bytes, header included
 //         12   parameter count
 //         16   the parameters, back to back: code (RpcParamType), length L, L bytes of value
-#ifndef KPL_RPC_COMMANDFORMAT_H_
-#define KPL_RPC_COMMANDFORMAT_H_
+#ifndef KPL_RPC_RPCCOMMANDFORMAT_H_
+#define KPL_RPC_RPCCOMMANDFORMAT_H_
 
 #include <stdint.h>
 #include <string.h>
 
-namespace kpl::rpc {
+namespace kpl::rpc::detail {
 
 constexpr int kTypeOffset = 0;
 constexpr int kIdOffset = 4;
@@ -44,6 +44,6 @@ inline void StoreInt(char* to, int32_t value) {
     memcpy(to, &value, sizeof(value));
 }
 
-}  // namespace kpl::rpc
+}  // namespace kpl::rpc::detail
 
-#endif  // KPL_RPC_COMMANDFORMAT_H_
+#endif  // KPL_RPC_RPCCOMMANDFORMAT_H_
