@@ -97,7 +97,9 @@ class Run:
     def ratio(self, work, x, contender, kind="speed"):
         """How many times as fast as the contender ours is, or as much time as it ours takes."""
         point = self.values[work][x]
-        quotients = [ours / other for ours, other in zip(point["ours"], point[contender])]
+        quotients = [ours / other for ours, other in zip(point["ours"], point[contender]) if other]
+        if not quotients:
+            return None
         middle = statistics.median(quotients)
         return middle if (kind == "speed") == self.is_rate(work) else 1 / middle
 
@@ -109,6 +111,8 @@ def number(value):
 
 
 def ratio_text(value):
+    if value is None:
+        return "-"
     return f"{value:.2f}" if value < 10 else f"{value:.1f}"
 
 
@@ -131,7 +135,8 @@ def by_contender(run, work, x):
         faster = "" if name == "ours" or "ours" not in point else ratio_text(run.ratio(work, x, name))
         rows.append([name, number(statistics.median(values)), spread(values), faster])
     label = f"{work}, {x}" if x else work
-    return table([label, run.units[work], "quartiles", "ours is so many times as fast"], rows)
+    better = "small" if run.units[work] == "KiB" else "fast"
+    return table([label, run.units[work], "quartiles", f"ours is so many times as {better}"], rows)
 
 
 def by_x(run, work):
@@ -197,7 +202,7 @@ def write_plots(run, part, docs):
         work: {
             name: run.ratio(work, "", name, "speed")
             for name in points[""]
-            if name != "ours" and not name.startswith("raw: nothing")
+            if name != "ours" and run.ratio(work, "", name)
         }
         for work, points in run.values.items()
         if list(points) == [""] and "ours" in points[""] and len(points[""]) > 1
