@@ -294,24 +294,28 @@ RpcClient::Step RpcClient::NextStep(CallContext* context) {
     if (!IsInFlight(*context)) {
         return Step::Leave;
     }
+    if (CanReceive(context)) {
+        return Step::Receive;
+    }
     context->m_resultEvent->Reset();
+    return Step::Wait;
+}
+
+// True with the turn in hand.
+bool RpcClient::CanReceive(CallContext* context) {
     if (m_receivingEnded) {
         (void)GiveTurn(context);  // to nobody
-        return Step::Wait;
+        return false;
     }
     if (m_pipe == nullptr) {
-        return Step::Wait;  // The read of another kind of streamer knows no limit: only the
-                            // reader's.
+        return false;  // The read of another kind of streamer knows no limit: only the reader's.
     }
     if (!context->m_hasTurn) {
         ++m_turnRequests;
-        if (m_turnTaken) {
-            return Step::Wait;
-        }
+        context->m_hasTurn = !m_turnTaken;
         m_turnTaken = true;
-        context->m_hasTurn = true;
     }
-    return Step::Receive;
+    return context->m_hasTurn;
 }
 
 // Sent, without an answer yet, and one can still come.
@@ -333,7 +337,7 @@ RpcClient::ContextPtr RpcClient::GiveTurn(CallContext* context) {
 bool RpcClient::EndCall(CallContext* context, const CallbackListPtr& callbacks) {
     ContextPtr next;
     bool answered = false;
-    bool hadTurn = false;
+    bool hasAnswered = false;  // calls of others
     {
         os::CAutoLock lock(&m_stateLock);
         if (context->m_streamer != nullptr) {
@@ -349,11 +353,11 @@ bool RpcClient::EndCall(CallContext* context, const CallbackListPtr& callbacks) 
         }
         context->m_doneEvent->Set();
         context->m_mustWake = false;
-        hadTurn = context->m_hasTurn;
+        hasAnswered = context->m_hasTurn && FindAnswered() != nullptr;
         next = GiveTurn(context);
     }
     Wake(next);
-    if (hadTurn) {
+    if (hasAnswered) {
         WakeAnswered();
     }
     return answered;

@@ -145,15 +145,22 @@ void RpcClient::Wake(const ContextPtr& context) {
 }
 
 // A call that has got its result without its thread having been woken; null if there is none.
-RpcClient::ContextPtr RpcClient::TakeAnswered() {
-    os::CAutoLock lock(&m_stateLock);
+RpcClient::ContextPtr RpcClient::FindAnswered() const {
     for (const auto& entry : m_callContexts) {
         if (entry.second->m_mustWake) {
-            entry.second->m_mustWake = false;
             return entry.second;
         }
     }
     return nullptr;
+}
+
+RpcClient::ContextPtr RpcClient::TakeAnswered() {
+    os::CAutoLock lock(&m_stateLock);
+    ContextPtr context = FindAnswered();
+    if (context != nullptr) {
+        context->m_mustWake = false;
+    }
+    return context;
 }
 
 // By who has received. Best without the turn: a woken caller often calls again at once, and then

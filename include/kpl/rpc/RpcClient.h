@@ -211,6 +211,7 @@ private:
     enum class Step { Leave, Wait, Receive };
     void AwaitResult(CallContext* context, const os::Deadline& deadline);
     Step NextStep(CallContext* context);
+    bool CanReceive(CallContext* context) KPL_REQUIRES(m_stateLock);
     ContextPtr GiveTurn(CallContext* context) KPL_REQUIRES(m_stateLock);
     bool IsInFlight(const CallContext& context) const KPL_REQUIRES(m_stateLock);
     bool EndCall(CallContext* context, const CallbackListPtr& callbacks);
@@ -223,6 +224,7 @@ private:
     bool TakeTurnAsReader();
     ContextPtr PassTurn() KPL_REQUIRES(m_stateLock);
     static void Wake(const ContextPtr& context);
+    ContextPtr FindAnswered() const KPL_REQUIRES(m_stateLock);
     ContextPtr TakeAnswered();
     void WakeAnswered();
     void Receive(const os::Deadline& deadline);
