@@ -72,33 +72,38 @@ protected:
         return WaitUntil([&] { return ReceiverOf(id, value) != 0; });
     }
 
-    // Calls until a result is received by this thread: the reader then keeps back for a moment.
-    bool MakeThisThreadReceive() {
-        return WaitUntil([&] {
-            unsigned int id = 0;
-            std::thread answer([&] {
-                id = server->ReadId();
-                EXPECT_TRUE(server->Write(ResultBytes(id, 5)));
-            });
-            EXPECT_EQ(CallServer(5), 5);
-            answer.join();
-            return ReceiverOf(id, 5) == ThisThread();
-        });
+    // Who waits for a result when the reader's read ends without one, after a second, receives from
+    // then on: that shows when its own read has ended like that. Returns the id of its call. The
+    // server is this thread's meanwhile.
+    unsigned int AwaitReceiver(const std::atomic<int>& caller) {
+        const unsigned int id = server->ReadId();
+        log.Clear();
+        EXPECT_TRUE(WaitUntil([&] {
+            const int thread = log.ThreadOf("RpcClient::ThreadProc(): Read command done(-2).\n");
+            return thread != 0 && thread == caller;
+        }));
+        return id;
     }
 
-    // A thread that receives, or soon will: makes itself receive, then calls once more.
-    std::future<int> CallAsReceiver(std::atomic<int>* tid, long timeoutMs = -1) {
+    // A call on a thread of its own.
+    std::future<int> CallElsewhere(std::atomic<int>* tid, long timeoutMs = -1) {
         return std::async(std::launch::async, [this, tid, timeoutMs] {
-            EXPECT_TRUE(MakeThisThreadReceive());
             *tid = ThisThread();
             return CallServer(6, timeoutMs);
         });
     }
 
-    // The id of that last call. Meanwhile the server is the other thread's.
-    unsigned int AwaitLastCall(const std::atomic<int>& tid) {
-        EXPECT_TRUE(WaitUntil([&] { return tid != 0; }));
-        return server->ReadId();
+    // A call of this thread, and who received its result.
+    int ReceiverOfACallHere() {
+        const std::atomic<int> here{ThisThread()};
+        unsigned int id = 0;
+        std::thread answer([&] {
+            id = AwaitReceiver(here);
+            EXPECT_TRUE(server->Write(ResultBytes(id, 5)));
+        });
+        EXPECT_EQ(CallServer(5), 5);
+        answer.join();
+        return ReceiverOf(id, 5);
     }
 
     static bool AwaitAsleep(const std::atomic<int>& tid) {
@@ -113,11 +118,11 @@ protected:
 };
 
 TEST_F(RpcClientTurnTest, ACallerReceivesItsResultItself) {
-    EXPECT_TRUE(MakeThisThreadReceive());
+    EXPECT_EQ(ReceiverOfACallHere(), ThisThread());
 }
 
 TEST_F(RpcClientTurnTest, WhatComesBetweenCallsIsReceivedByTheReader) {
-    ASSERT_TRUE(MakeThisThreadReceive());
+    ASSERT_EQ(ReceiverOfACallHere(), ThisThread());
     ASSERT_TRUE(server->Write(ResultBytes(4711, 1)));  // Nobody's, but it is received.
     ASSERT_TRUE(AwaitReceiverOf(4711, 1));
     EXPECT_EQ(ReceiverOf(4711, 1), reader);
@@ -125,59 +130,54 @@ TEST_F(RpcClientTurnTest, WhatComesBetweenCallsIsReceivedByTheReader) {
 
 TEST_F(RpcClientTurnTest, DuringALongCallTheReaderSleepsAndAfterItReceivesAgain) {
     std::atomic<int> caller{0};
-    std::future<int> result = CallAsReceiver(&caller);
-    const unsigned int id = AwaitLastCall(caller);
+    std::future<int> result = CallElsewhere(&caller);
+    const unsigned int id = AwaitReceiver(caller);
     const std::atomic<int> readerTid{reader};
     EXPECT_TRUE(AwaitAsleep(readerTid));
     ASSERT_TRUE(server->Write(ResultBytes(id, 6)));
     EXPECT_EQ(result.get(), 6);
+    EXPECT_EQ(ReceiverOf(id, 6), caller);
     ASSERT_TRUE(server->Write(ResultBytes(4711, 1)));
     ASSERT_TRUE(AwaitReceiverOf(4711, 1));
     EXPECT_EQ(ReceiverOf(4711, 1), reader);
 }
 
 TEST_F(RpcClientTurnTest, OneCallerReceivesForAllThatWait) {
-    EXPECT_TRUE(WaitUntil([&] {
-        std::atomic<int> caller{0};
-        std::future<int> result = CallAsReceiver(&caller);
-        const unsigned int id = AwaitLastCall(caller);
-        unsigned int other = 0;
-        std::thread answer([&] {
-            other = server->ReadId();
-            EXPECT_TRUE(server->Write(ResultBytes(other, 7)));
-        });
-        EXPECT_EQ(CallServer(1), 7);
-        answer.join();
-        EXPECT_TRUE(server->Write(ResultBytes(id, 6)));
-        EXPECT_EQ(result.get(), 6);
-        // On a busy machine the reader may have been first.
-        return ReceiverOf(other, 7) == caller;
-    }));
+    std::atomic<int> caller{0};
+    std::future<int> result = CallElsewhere(&caller);
+    const unsigned int id = AwaitReceiver(caller);
+    unsigned int other = 0;
+    std::thread answer([&] {
+        other = server->ReadId();
+        EXPECT_TRUE(server->Write(ResultBytes(other, 7)));
+    });
+    EXPECT_EQ(CallServer(1), 7);
+    answer.join();
+    EXPECT_EQ(ReceiverOf(other, 7), caller);
+    ASSERT_TRUE(server->Write(ResultBytes(id, 6)));
+    EXPECT_EQ(result.get(), 6);
 }
 
 TEST_F(RpcClientTurnTest, ACallerWhoseTimeIsOverPassesItsTurnOn) {
-    EXPECT_TRUE(WaitUntil([&] {
-        std::atomic<int> caller{0};
-        std::future<int> result = CallAsReceiver(&caller, 200);
-        (void)AwaitLastCall(caller);
-        std::atomic<int> other{0};
-        std::future<int> otherResult = std::async(std::launch::async, [&] {
-            other = ThisThread();
-            return CallServer(7);
-        });
-        const unsigned int id = server->ReadId();
-        EXPECT_EQ(result.get(), -1);
-        EXPECT_TRUE(AwaitAsleep(other));
-        EXPECT_TRUE(server->Write(ResultBytes(id, 7)));
-        EXPECT_EQ(otherResult.get(), 7);
-        // On a busy machine the reader may have been first.
-        return ReceiverOf(id, 7) == other;
-    }));
+    // On a busy machine the time may be over before the other call has come: then once more.
+    EXPECT_TRUE(WaitUntil(
+        [&] {
+            std::atomic<int> caller{0};
+            std::future<int> result = CallElsewhere(&caller, 5000);
+            (void)AwaitReceiver(caller);
+            std::atomic<int> other{0};
+            std::future<int> otherResult = CallElsewhere(&other);
+            const unsigned int id = server->ReadId();
+            EXPECT_EQ(result.get(), -1);
+            EXPECT_TRUE(server->Write(ResultBytes(id, 6)));
+            EXPECT_EQ(otherResult.get(), 6);
+            return ReceiverOf(id, 6) == other;
+        },
+        60000));
 }
 
-TEST_F(RpcClientTurnTest, ACallerThatReceivedIsNeverEarlyToGiveUp) {
-    ASSERT_TRUE(MakeThisThreadReceive());
-    for (const long limitMs : {1L, 30L, 1100L}) {
+TEST_F(RpcClientTurnTest, ATimedCallIsNeverEarlyToGiveUp) {
+    for (const long limitMs : {1L, 30L, 1100L, 2200L}) {
         const kpl::test::Stopwatch watch;
         EXPECT_EQ(CallServer(1, limitMs), -1);
         EXPECT_GE(watch.ElapsedMs(), limitMs);
@@ -187,8 +187,8 @@ TEST_F(RpcClientTurnTest, ACallerThatReceivedIsNeverEarlyToGiveUp) {
 
 TEST_F(RpcClientTurnTest, AnUntimedCallerSleepsWhenTheServerHasGoneUntilDisconnect) {
     std::atomic<int> caller{0};
-    std::future<int> result = CallAsReceiver(&caller);
-    (void)AwaitLastCall(caller);
+    std::future<int> result = CallElsewhere(&caller);
+    (void)AwaitReceiver(caller);
     server->CloseConnection();
     EXPECT_TRUE(WaitUntil([&] { return !client->IsAlive(); }));
     EXPECT_TRUE(AwaitAsleep(caller));
@@ -198,20 +198,19 @@ TEST_F(RpcClientTurnTest, AnUntimedCallerSleepsWhenTheServerHasGoneUntilDisconne
 
 TEST_F(RpcClientTurnTest, DisconnectEndsACallerThatReceives) {
     std::atomic<int> caller{0};
-    std::future<int> result = CallAsReceiver(&caller);
-    (void)AwaitLastCall(caller);
-    EXPECT_TRUE(AwaitAsleep(caller));
+    std::future<int> result = CallElsewhere(&caller);
+    (void)AwaitReceiver(caller);
     client->Disconnect();
     EXPECT_EQ(result.get(), -1);
 }
 
 TEST_F(RpcClientTurnTest, ACallerWhoseContextIsRemovedPassesItsTurnOn) {
     std::atomic<int> caller{0};
-    std::future<int> result = CallAsReceiver(&caller);
-    (void)AwaitLastCall(caller);
+    std::future<int> result = CallElsewhere(&caller);
+    (void)AwaitReceiver(caller);
     client->RemoveAllCachedCallContext();
     EXPECT_EQ(result.get(), -1);
-    EXPECT_TRUE(MakeThisThreadReceive());
+    EXPECT_EQ(ReceiverOfACallHere(), ThisThread());
 }
 
 // Calls of every length, with and without limits, on threads that share one client: each gets its
