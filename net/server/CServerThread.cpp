@@ -131,8 +131,7 @@ private:
     std::vector<CServerProtocolProcessor*> m_processors;
 };
 
-CServerThread::CServerThread()
-    : m_arrivals(new Arrivals(os::UnscaledTimeout(kPollTimeoutMs).tv_nsec)) {
+CServerThread::CServerThread() {
     DumpDbgMsg("CServerThread::CServerThread(): ....\n");
 }
 
@@ -140,7 +139,6 @@ CServerThread::~CServerThread() {
     DumpDbgMsg("CServerThread::~CServerThread(): ....\n");
     Stop();
     Join();
-    delete m_arrivals;
     DumpDbgMsg("CServerThread::~CServerThread(): Done....\n");
 }
 
@@ -192,11 +190,17 @@ bool CServerThread::StartThread() {
         delete m_thread;
     }
     m_started.Reset();
+    m_arrivals = new Arrivals(os::UnscaledTimeout(kPollTimeoutMs).tv_nsec);
+    m_isBlind = false;
+    for (const auto& [fd, connection] : m_connections) {  // left by a wait that failed
+        m_isBlind = !m_arrivals->Watch(fd, connection.serial) || m_isBlind;
+    }
     m_thread = new os::CThread(&CServerThread::ThreadProc, this);
     DumpDbgMsg("CServerThread::AddSocket(): Create(%p)\n", static_cast<void*>(m_thread));
     if (!m_thread->Run(0)) {
         delete m_thread;
         m_thread = nullptr;
+        DropArrivals();
         return false;
     }
     m_started.Wait(-1);
@@ -212,7 +216,7 @@ void CServerThread::Serve() {
     m_running = true;
     DumpDbgMsg("CServerThread::ThreadProc(): Start....\n");
     m_started.Set();
-    ArrivalList list(m_arrivals);
+    ArrivalList list(ArrivalsOfThread());
     int result = 0;
     do {
         result = WaitForNext(&list);
@@ -222,10 +226,22 @@ void CServerThread::Serve() {
     } while (!EndIfDone(result));
 }
 
+// They live until EndIfDone, by that thread, says that it ends.
+Arrivals* CServerThread::ArrivalsOfThread() {
+    os::CAutoLock lock(&m_lock);
+    return m_arrivals;
+}
+
 void CServerThread::WakeThread() {
-    if (m_arrivals->IsUsable()) {
+    if (m_arrivals != nullptr && m_arrivals->IsUsable()) {
         m_arrivals->TickNow();
     }
+}
+
+// A thread that has ended keeps no descriptors.
+void CServerThread::DropArrivals() {
+    delete m_arrivals;
+    m_arrivals = nullptr;
 }
 
 // The look at the connections and the end of m_running are one step: a connection that is added
@@ -236,6 +252,7 @@ bool CServerThread::EndIfDone(int waitResult) {
         return false;
     }
     m_running = false;
+    DropArrivals();
     DumpDbgMsg("CServerThread::ThreadProc(): Done.....\n");
     return true;
 }
@@ -259,7 +276,7 @@ int CServerThread::WaitForData(WatchList* list, int timeout) {
 
 // As WaitForData with kPollTimeoutMs.
 int CServerThread::WaitForNext(ArrivalList* list) {
-    if (!m_arrivals->IsUsable()) {
+    if (!list->arrivals->IsUsable()) {
         return WaitForData(list, kPollTimeoutMs);
     }
     if (!UpdateWatchList(list)) {

@@ -98,7 +98,9 @@ private:
         KPL_REQUIRES(m_lock);
     void SetHeld(const std::atomic<const CSocket*>* held);
     void BeginStop();
-    void WakeThread();
+    void WakeThread() KPL_REQUIRES(m_lock);
+    void DropArrivals() KPL_REQUIRES(m_lock);
+    Arrivals* ArrivalsOfThread();
     void Join();
 
     os::CThread* m_thread KPL_GUARDED_BY(m_lock) = nullptr;
@@ -107,7 +109,7 @@ private:
     std::atomic<bool> m_running{false};  // set by the thread, cleared by it under the lock
 
     os::CEvent m_started{false};
-    Arrivals* const m_arrivals;                     // owned
+    Arrivals* m_arrivals KPL_GUARDED_BY(m_lock) = nullptr;  // of the running thread, owned
     uint64_t m_changes KPL_GUARDED_BY(m_lock) = 1;  // of m_connections; also gives the serials
     CServerProtocolProcessor* m_processing KPL_GUARDED_BY(m_lock) = nullptr;
     bool m_isBlind KPL_GUARDED_BY(m_lock) = false;  // a connection could not be watched
