@@ -224,6 +224,15 @@ TEST_F(CServerThreadTest, TheThreadEndsWithTheLastConnectionAndIsMadeAgainByTheN
     EXPECT_EQ(begins("Delete"), 2);
 }
 
+TEST_F(CServerThreadTest, AThreadThatHasEndedKeepsNoDescriptors) {
+    const int before = test::OpenDescriptorCount();
+    {
+        const Client client = Connect();
+        EXPECT_TRUE(IsServed(client));
+    }
+    EXPECT_TRUE(WaitUntil([&] { return test::OpenDescriptorCount() == before; }));
+}
+
 TEST_F(CServerThreadTest, AConnectionThatComesWhileTheLastOneGoesIsServed) {
     // What decides is whether the thread has looked at its connections for the last time.
     Client last = Connect();
