@@ -56,6 +56,10 @@ int BecomeScript(const std::string& path, const std::vector<std::string>& argume
     return Become({path}, arguments);
 }
 
+bool IsEmulated() {
+    return *KPL_EMULATOR != '\0';
+}
+
 std::string ShellCommand(const std::string& path) {
     std::string command;
     for (const std::string& word : CommandWords(path)) {

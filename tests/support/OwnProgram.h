@@ -17,6 +17,9 @@ int BecomeScript(const std::string& path, const std::vector<std::string>& argume
 // What a shell is told to start the program at `path`; arguments may follow.
 std::string ShellCommand(const std::string& path);
 
+// True where an emulator runs the programs of this build.
+bool IsEmulated();
+
 // For tests of what happens once in a process. True in a process that has run nothing else;
 // otherwise runs the current test in such a one, expects that it passes, and returns false.
 bool RunsInFreshProcess();
