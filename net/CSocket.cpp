@@ -9,10 +9,22 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "kpl/os/CCritSec.h"
+#include "kpl/os/Sleep.h"
 #include "kpl/tools/DebugLog.h"
 #include "net/Closings.h"
 #include "os/WaitReadable.h"
+
+// Who waits where, and who wakes whom:
+//   Read, Write,     for the peer. A shutdown wakes them, and they do not wait again after one:
+//   IsDataAvailable  Interrupt's, or that of another thread's Disconnect.
+//   Connect          for the peer; Interrupt wakes it. Before it shows its new descriptor, for a
+//                    Disconnect that another thread has not finished.
+//   Disconnect       for the calls that use the descriptor, before the close: its number must not
+//                    become another's while a call may still be made with it. It has woken them by
+//                    then, and they hold nothing while they are counted.
+//
+// A call is counted before it looks for the descriptor, and Disconnect takes that away before it
+// looks at the count: either the call finds none, or Disconnect waits for it.
 
 namespace kpl::net {
 
@@ -28,13 +40,11 @@ constexpr int kBadArgument = -3;
 constexpr int kNoSocket = -4;
 constexpr int kNothingMoved = -5;
 
-// Held while Interrupt shuts a descriptor down, and by Disconnect to take it away before the close:
-// so the number that is shut down is never one that belongs to somebody else by then. One for all
-// sockets; nobody waits under it.
-os::CCritSec& InterruptLock() {
-    static os::CCritSec* const lock =
-        new os::CCritSec;  // never destroyed: threads may outlive main
-    return *lock;
+// Until no more than `count` are left. They are about to leave: a pause that costs nothing will do.
+void WaitForUsers(const std::atomic<int>& users, int count) {
+    while (users > count) {
+        os::osal_Sleep(1);
+    }
 }
 
 // A connect that a signal interrupted goes on by itself; its end shows as "writable".
@@ -76,6 +86,25 @@ void CountClosing() {
     ++closings;
 }
 
+// One call, counted as long as this lives, which is no longer than the system call.
+class CSocket::Use {
+public:
+    explicit Use(CSocket* socket) : m_socket(socket) { ++m_socket->m_users; }
+    ~Use() { --m_socket->m_users; }  // nothing of the socket is touched after it
+    Use(const Use&) = delete;
+    Use& operator=(const Use&) = delete;
+
+    // What `call` of the descriptor gives, -1 if it fails; kNoSocket without one.
+    template <typename Call>
+    int64_t Do(Call call) const {
+        const int fd = m_socket->m_fd;
+        return fd == -1 ? kNoSocket : call(fd);
+    }
+
+private:
+    CSocket* const m_socket;
+};
+
 CSocket::CSocket() : CSocket(-1) {}
 
 CSocket::CSocket(int fd) : m_fd(fd) {}
@@ -93,6 +122,7 @@ bool CSocket::Connect(const char* host, int port) {
     if (fd < 0) {
         return false;
     }
+    WaitForUsers(m_users, 0);
     m_fd = fd;
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -112,99 +142,88 @@ bool CSocket::Connect(const char* host, int port) {
 void CSocket::Disconnect() {
     int fd = -1;
     {
-        os::CAutoLock lock(&InterruptLock());
+        const Use own(this);
         fd = m_fd.exchange(-1);
+        if (fd == -1) {
+            return;
+        }
+        CountClosing();
+        // It wakes also who waits on a socket without a peer. Any other failure has woken nobody.
+        if (shutdown(fd, SHUT_RDWR) == 0 || errno == ENOTCONN) {
+            WaitForUsers(m_users, 1);
+        }
+        close(fd);
     }
-    if (fd == -1) {
-        return;
-    }
-    CountClosing();
-    shutdown(fd, SHUT_RDWR);
-    close(fd);
     DumpDbgMsg("CSocket::Close(): Done(%d)\n", fd);
 }
 
 int CSocket::Read(char* buf, unsigned int len, int flags) {
-    const int fd = m_fd;
-    if (fd == -1) {
-        return kNoSocket;
-    }
-    if (buf == nullptr || len == 0) {
-        return kBadArgument;
-    }
-    const int64_t received = RetryInterrupted([=] { return recv(fd, buf, len, flags); });
+    const int64_t received = Use(this).Do([=](int fd) -> int64_t {
+        if (buf == nullptr || len == 0) {
+            return kBadArgument;
+        }
+        return RetryInterrupted([=] { return recv(fd, buf, len, flags); });
+    });
     if (received == 0) {
         return kNothingMoved;
     }
-    if (received < 0) {
+    if (received == kFailed) {
         ForceDumpDbgMsg("CSocket::Read(): Read error(%d)\n", static_cast<int>(received));
-        return kFailed;
     }
     return static_cast<int>(received);
 }
 
 int CSocket::Write(const char* buf, unsigned int len, int flags) {
-    const int fd = m_fd;
-    if (fd == -1) {
-        return kNoSocket;
-    }
-    const int64_t sent = RetryInterrupted([=] { return send(fd, buf, len, flags | MSG_NOSIGNAL); });
+    const int64_t sent = Use(this).Do([=](int fd) {
+        return RetryInterrupted([=] { return send(fd, buf, len, flags | MSG_NOSIGNAL); });
+    });
     if (sent == 0) {
         return kNothingMoved;
     }
-    if (sent < 0) {
+    if (sent == kFailed) {
         ForceDumpDbgMsg("CSocket::Write(): Write error(%d)\n", static_cast<int>(sent));
-        return kFailed;
     }
     return static_cast<int>(sent);
 }
 
 bool CSocket::IsDataAvailable(unsigned int timeout) {
-    const int fd = m_fd;
-    if (fd == -1) {
-        return false;
-    }
     const timespec wait = os::UnscaledTimeout(timeout);
-    const int ready = os::WaitReadable(fd, timeout == 0 ? nullptr : &wait);
-    if (ready < 0) {
-        ForceDumpDbgMsg("CSocket::IsDataAvailable(): select failed(%d)\n", ready);
+    const int64_t ready =
+        Use(this).Do([&](int fd) { return os::WaitReadable(fd, timeout == 0 ? nullptr : &wait); });
+    if (ready == kFailed) {
+        ForceDumpDbgMsg("CSocket::IsDataAvailable(): select failed(%d)\n", static_cast<int>(ready));
     }
     return ready > 0;
 }
 
 bool CSocket::IsOOBReceived() {
-    const int fd = m_fd;
     int atMark = 0;
-    return fd != -1 && ioctl(fd, SIOCATMARK, &atMark) >= 0 && atMark == 1;
+    const int64_t result = Use(this).Do([&](int fd) { return ioctl(fd, SIOCATMARK, &atMark); });
+    return result >= 0 && atMark == 1;
 }
 
 int CSocket::GetAvailableDataLength() {
-    const int fd = m_fd;
     int length = 0;
-    return fd != -1 && ioctl(fd, FIONREAD, &length) >= 0 ? length : 0;
+    const int64_t result = Use(this).Do([&](int fd) { return ioctl(fd, FIONREAD, &length); });
+    return result >= 0 ? length : 0;
 }
 
 int CSocket::SetOption(int level, int optname, const void* optval, unsigned int optlen) {
-    const int fd = m_fd;
-    if (fd == -1) {
-        return kNoSocket;
+    const int64_t result =
+        Use(this).Do([=](int fd) { return setsockopt(fd, level, optname, optval, optlen); });
+    if (result == kFailed) {
+        ForceDumpDbgMsg("CSocket::SetOption(): SetOption error(%d)\n", static_cast<int>(result));
     }
-    const int result = setsockopt(fd, level, optname, optval, optlen);
-    if (result != 0) {
-        ForceDumpDbgMsg("CSocket::SetOption(): SetOption error(%d)\n", result);
-        return kFailed;
-    }
-    return 0;
+    return static_cast<int>(result);
 }
 
 const char* CSocket::GetPeerIp() {
-    const int fd = m_fd;
     sockaddr_in peer{};
-    socklen_t length = sizeof(peer);
-    if (fd == -1 || getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &length) != 0) {
-        return nullptr;
-    }
-    return inet_ntoa(peer.sin_addr);
+    const int64_t result = Use(this).Do([&](int fd) {
+        socklen_t length = sizeof(peer);
+        return getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &length);
+    });
+    return result == 0 ? inet_ntoa(peer.sin_addr) : nullptr;
 }
 
 bool CSocket::IsOpen() const {
@@ -212,11 +231,7 @@ bool CSocket::IsOpen() const {
 }
 
 void CSocket::Interrupt() {
-    os::CAutoLock lock(&InterruptLock());
-    const int fd = m_fd;
-    if (fd != -1) {
-        shutdown(fd, SHUT_RDWR);
-    }
+    (void)Use(this).Do([](int fd) { return shutdown(fd, SHUT_RDWR); });
 }
 
 }  // namespace kpl::net

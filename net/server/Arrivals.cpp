@@ -15,28 +15,36 @@ namespace {
 constexpr uint64_t kTick = 0;
 constexpr long kLongestTick = 4;
 
-void CloseIfOpen(int fd) {
-    if (fd != -1) {
-        close(fd);
+void CloseIfOpen(int* fd) {
+    if (*fd != -1) {
+        close(*fd);
+        *fd = -1;
     }
 }
 
 }  // namespace
 
-Arrivals::Arrivals(long tickNs)
-    : m_epoll(epoll_create1(EPOLL_CLOEXEC)),
-      m_clock(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)),
-      m_tickNs(tickNs),
-      m_nextTickNs(tickNs) {
-    if (IsUsable()) {
-        SetClock(m_nextTickNs);
-        (void)Watch(m_clock, kTick);
-    }
-}
+Arrivals::Arrivals(long tickNs) : m_tickNs(tickNs), m_nextTickNs(tickNs), m_isUsable(Open()) {}
 
 Arrivals::~Arrivals() {
-    CloseIfOpen(m_clock);
-    CloseIfOpen(m_epoll);
+    Close();
+}
+
+// Without a tick no wait would end by itself, and none could be ended: all or nothing.
+bool Arrivals::Open() {
+    m_epoll = epoll_create1(EPOLL_CLOEXEC);
+    m_clock = m_epoll != -1 ? timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK) : -1;
+    if (m_clock == -1 || !Watch(m_clock, kTick)) {
+        Close();
+        return false;
+    }
+    SetClock(m_nextTickNs);
+    return true;
+}
+
+void Arrivals::Close() {
+    CloseIfOpen(&m_clock);
+    CloseIfOpen(&m_epoll);
 }
 
 bool Arrivals::Watch(int fd, uint64_t serial) const {
@@ -63,6 +71,9 @@ void Arrivals::SetClock(long ns) const {
 int Arrivals::TakeSome(bool mayWait, uint64_t* serials, short* events) {
     epoll_event taken[kAtOnce];
     const int count = epoll_wait(m_epoll, taken, kAtOnce, mayWait ? -1 : 0);
+    if (count < 0 && errno == EINTR) {
+        return 0;
+    }
     for (int i = 0; i < count; ++i) {
         if (taken[i].data.u64 == kTick) {
             m_nextTickNs =

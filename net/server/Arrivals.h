@@ -17,8 +17,9 @@ public:
     Arrivals(const Arrivals&) = delete;
     Arrivals& operator=(const Arrivals&) = delete;
 
-    // False if the process had no descriptors left for it; only Watch may be called then, in vain.
-    bool IsUsable() const { return m_epoll != -1 && m_clock != -1; }
+    // False if the system had not enough for it, descriptors for example; it keeps none then, and
+    // only Watch may be called, in vain.
+    bool IsUsable() const { return m_isUsable; }
 
     // From now on, until the descriptor is closed. What can be read already counts as arrived. The
     // serial, which is not 0, is what Take calls it by: the number may be another's by then. One
@@ -29,9 +30,10 @@ public:
     void TickNow() const;
 
     // Calls `tell` for each one that has something to read now, and had it not when it was last
-    // told of: its serial, and poll's events. Waits for one, or a tick, if it may. One thread.
+    // told of: its serial, and poll's events. Waits for one, or a tick, if it may. False: it cannot
+    // wait any more, somebody has closed its descriptor. One thread.
     template <typename Tell>
-    void Take(bool mayWait, Tell tell) {
+    bool Take(bool mayWait, Tell tell) {
         uint64_t serials[kAtOnce];
         short events[kAtOnce];
         int count = 0;
@@ -42,18 +44,23 @@ public:
             }
             mayWait = false;
         } while (count == kAtOnce);
+        return count >= 0;
     }
 
 private:
     static constexpr int kAtOnce = 64;
 
+    bool Open();
+    void Close();
+    // How many they are; none after a signal. Negative: it cannot wait any more.
     int TakeSome(bool mayWait, uint64_t* serials, short* events);
     void SetClock(long ns) const;
 
-    const int m_epoll;
-    const int m_clock;
+    int m_epoll = -1;  // as Open has left it; so is the clock
+    int m_clock = -1;
     const long m_tickNs;
     long m_nextTickNs;
+    const bool m_isUsable;   // behind what Open sets and uses
     bool m_hasTold = false;  // since the last tick
 };
 

@@ -76,11 +76,12 @@ struct CServerThread::WatchList {
 // tell what has become ready since the last one. Some things are not told: what a connection has
 // left unread, and a descriptor that is not open any more; therefore a look now and then.
 struct CServerThread::ArrivalList : WatchList {
-    Arrivals* arrivals;
+    Arrivals* arrivals;  // null: all has to be looked at each time
     bool needsLook = true;
     unsigned int cycles = 0;
 
-    explicit ArrivalList(Arrivals* theArrivals) : arrivals(theArrivals) {}
+    explicit ArrivalList(Arrivals* theArrivals)
+        : arrivals(theArrivals->IsUsable() ? theArrivals : nullptr) {}
 
     // What is ready by now. False if the look failed.
     bool Refresh() {
@@ -104,12 +105,15 @@ struct CServerThread::ArrivalList : WatchList {
 
     // Adds what has become ready; waits for it until the next tick if it may.
     void Take(bool mayWait) {
-        arrivals->Take(mayWait, [this](uint64_t serial, short events) {
+        const bool canGoOn = arrivals->Take(mayWait, [this](uint64_t serial, short events) {
             const auto place = std::find(serials.begin(), serials.end(), serial);
             if (place != serials.end()) {  // else it is a tick, or a connection that has ended
                 descriptors[static_cast<size_t>(place - serials.begin())].revents |= events;
             }
         });
+        if (!canGoOn) {
+            arrivals = nullptr;
+        }
     }
 };
 
@@ -262,12 +266,17 @@ int CServerThread::CheckIfDataAvailable(int timeout) {
     return WaitForData(&list, timeout);
 }
 
+// While the only connection is held there is nothing to wait for: the list is made again each poll.
 int CServerThread::WaitForData(WatchList* list, int timeout) {
-    if (!UpdateWatchList(list)) {
-        return kNoConnection;
-    }
-    const timespec wait = os::UnscaledTimeout(timeout);
-    const int ready = list->Look(timeout > 0 ? &wait : nullptr);
+    const timespec wait = os::UnscaledTimeout(timeout > 0 ? timeout : kPollTimeoutMs);
+    int ready = 0;
+    do {
+        if (!UpdateWatchList(list)) {
+            return kNoConnection;
+        }
+        const bool hasLimit = timeout > 0 || list->descriptors.empty();
+        ready = list->Look(hasLimit ? &wait : nullptr);
+    } while (ready == 0 && timeout <= 0);
     if (ready < 0) {
         return kWaitFailed;
     }
@@ -276,7 +285,7 @@ int CServerThread::WaitForData(WatchList* list, int timeout) {
 
 // As WaitForData with kPollTimeoutMs.
 int CServerThread::WaitForNext(ArrivalList* list) {
-    if (!list->arrivals->IsUsable()) {
+    if (list->arrivals == nullptr) {
         return WaitForData(list, kPollTimeoutMs);
     }
     if (!UpdateWatchList(list)) {

@@ -7,8 +7,10 @@
 #include <signal.h>
 #include <stdarg.h>
 #include <stddef.h>
+#include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/timerfd.h>
 #include <sys/types.h>
 #include <time.h>
 
@@ -24,7 +26,7 @@ namespace {
 
 using Kind = FaultKind;
 
-constexpr size_t kKinds = 14;
+constexpr size_t kKinds = 17;
 
 constexpr const char* kKindNames[kKinds] = {"open",
                                             "read",
@@ -36,9 +38,12 @@ constexpr const char* kKindNames[kKinds] = {"open",
                                             "connect",
                                             "mknod",
                                             "pthread_create",
-                                            "eventfd/socket",
+                                            "descriptor",
                                             "memory",
                                             "spurious wake-up",
+                                            "epoll_ctl",
+                                            "epoll_wait",
+                                            "late clock",
                                             "delay"};
 
 // Larger reads are those of announcements.
@@ -59,6 +64,11 @@ std::atomic<Kind> failingKind{Kind::Open};
 std::atomic<int> failingError{0};
 std::atomic<int> failingSkip{0};
 std::atomic<int> failingCount{0};
+
+// Of Halt.
+std::atomic<bool> halting{false};
+std::atomic<bool> haltReached{false};
+std::atomic<Kind> haltKind{Kind::Open};
 
 uint64_t Mix(uint64_t x) {
     x += 0x9e3779b97f4a7c15;
@@ -84,12 +94,26 @@ uint64_t Draw(Kind kind, int perMille) {
 // All bits set: AllFail says so.
 constexpr uint64_t kCertain = UINT64_MAX;
 
-uint64_t DrawFault(Kind kind) {
+bool IsCertain(Kind kind) {
     if (allFail && !spared && failingKind == kind && failingSkip-- <= 0) {
         ++failingCount;
-        return kCertain;
+        return true;
     }
-    return Draw(kind, plan.faultsPerMille);
+    return false;
+}
+
+void MayHalt(Kind kind) {
+    if (halting && !spared && haltKind == kind && !haltReached.exchange(true)) {
+        while (halting) {
+            const timespec time{0, 1000000};
+            nanosleep(&time, nullptr);  // allow-sleep: between two looks
+        }
+    }
+}
+
+uint64_t DrawFault(Kind kind) {
+    MayHalt(kind);
+    return IsCertain(kind) ? kCertain : Draw(kind, plan.faultsPerMille);
 }
 
 void MayDelay() {
@@ -182,6 +206,20 @@ int AllFail::Count() const {
     return failingCount;
 }
 
+Halt::Halt(FaultKind kind) {
+    haltKind = kind;
+    haltReached = false;
+    halting = true;
+}
+
+bool Halt::IsReached() const {
+    return haltReached;
+}
+
+void Halt::GoOn() {
+    halting = false;
+}
+
 Spared::Spared() : m_before(spared) {
     spared = true;
 }
@@ -212,6 +250,11 @@ int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                           void* (*routine)(void*), void* argument);
 int __real_eventfd(unsigned int value, int flags);
 int __real_socket(int domain, int type, int protocol);
+int __real_epoll_create1(int flags);
+int __real_epoll_ctl(int epoll, int operation, int fd, epoll_event* event);
+int __real_epoll_wait(int epoll, epoll_event* events, int count, int timeout);
+int __real_timerfd_create(int clock, int flags);
+int __real_timerfd_settime(int fd, int flags, const itimerspec* value, itimerspec* old);
 char* __real_strdup(const char* text);
 int __real_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex);
 int __real_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
@@ -371,6 +414,51 @@ int __wrap_socket(int domain, int type, int protocol) {
         return -1;
     }
     return __real_socket(domain, type, protocol);
+}
+
+int __wrap_epoll_create1(int flags) {
+    const uint64_t number = DrawFault(Kind::Descriptor);
+    if (number != 0) {
+        Fail(number, {EMFILE, ENFILE, ENOMEM});
+        return -1;
+    }
+    return __real_epoll_create1(flags);
+}
+
+int __wrap_epoll_ctl(int epoll, int operation, int fd, epoll_event* event) {
+    const uint64_t number = operation == EPOLL_CTL_ADD ? DrawFault(Kind::Watch) : 0;
+    if (number != 0) {
+        Fail(number, {ENOSPC, ENOMEM});
+        return -1;
+    }
+    return __real_epoll_ctl(epoll, operation, fd, event);
+}
+
+int __wrap_epoll_wait(int epoll, epoll_event* events, int count, int timeout) {
+    MayDelay();
+    const uint64_t number = DrawFault(Kind::Arrival);
+    if (number != 0) {
+        Fail(number, {EINTR});
+        return -1;
+    }
+    return __real_epoll_wait(epoll, events, count, timeout);
+}
+
+int __wrap_timerfd_create(int clock, int flags) {
+    const uint64_t number = DrawFault(Kind::Descriptor);
+    if (number != 0) {
+        Fail(number, {EMFILE, ENFILE, ENOMEM});
+        return -1;
+    }
+    return __real_timerfd_create(clock, flags);
+}
+
+int __wrap_timerfd_settime(int fd, int flags, const itimerspec* value, itimerspec* old) {
+    itimerspec set = *value;
+    if (value->it_value.tv_nsec > 1 && IsCertain(Kind::Clock)) {
+        set.it_value = timespec{1000, 0};
+    }
+    return __real_timerfd_settime(fd, flags, &set, old);
 }
 
 char* __wrap_strdup(const char* text) {

@@ -40,9 +40,12 @@ enum class FaultKind {
     Connect,
     Mknod,
     Thread,      // pthread_create
-    Descriptor,  // eventfd, socket
+    Descriptor,  // eventfd, socket, epoll_create1, timerfd_create
     Memory,      // strdup, new (std::nothrow)
     Wake,        // a condition's wait returns for no reason
+    Watch,       // epoll_ctl that adds
+    Arrival,     // epoll_wait
+    Clock,       // AllFail only: a timerfd_settime for later than at once sets 1000 s
     Delay,
 };
 
@@ -57,6 +60,20 @@ public:
 
     // How many have failed.
     int Count() const;
+};
+
+// Stops the first call of one kind, before it is made, until it goes out of scope or is told. One
+// at a time.
+class Halt {
+public:
+    explicit Halt(FaultKind kind);
+    ~Halt() { GoOn(); }
+    Halt(const Halt&) = delete;
+    Halt& operator=(const Halt&) = delete;
+
+    // Whether a thread stands there.
+    bool IsReached() const;
+    void GoOn();
 };
 
 // What has been injected since the last StartFaults.

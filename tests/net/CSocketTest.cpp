@@ -49,8 +49,8 @@ void FillUntilError(CSocket* socket) {
     }
 }
 
-TEST_F(CSocketTest, HasNothingButTheDescriptor) {
-    EXPECT_EQ(sizeof(CSocket), sizeof(int));
+TEST_F(CSocketTest, HasNothingButTheDescriptorAndTheCountOfItsUsers) {
+    EXPECT_EQ(sizeof(CSocket), 2 * sizeof(int));
     EXPECT_FALSE(std::is_polymorphic_v<CSocket>);
 }
 
@@ -399,6 +399,82 @@ TEST_F(CSocketTest, InterruptReleasesABlockedReadAndLaterOnesDoNotWait) {
     EXPECT_EQ(received, -5);
     EXPECT_EQ(socket.Read(&byte, 1, 0), -5);
     EXPECT_EQ(socket.Write("a", 1, 0), -1);
+}
+
+TEST_F(CSocketTest, DisconnectReleasesABlockedRead) {
+    ConnectedPair pair;
+    CSocket socket(pair.served);
+    char byte = 0;
+    std::atomic<int> received{0};
+    Running reading([&] { received = socket.Read(&byte, 1, 0); });
+    ASSERT_TRUE(reading.WaitUntilBlocked());
+    Running disconnecting([&] { socket.Disconnect(); });
+    EXPECT_TRUE(disconnecting.EndsWithin(test::kCeilingMs));
+    EXPECT_TRUE(reading.HasEnded() || reading.EndsWithin(test::kCeilingMs));
+    EXPECT_EQ(received, -5);
+    EXPECT_EQ(fcntl(pair.served, F_GETFD), -1);
+}
+
+TEST_F(CSocketTest, DisconnectReleasesABlockedWrite) {
+    ConnectedPair pair;
+    CSocket socket(pair.served);
+    Running writing([&] { FillUntilError(&socket); });
+    ASSERT_TRUE(writing.WaitUntilBlocked());
+    Running disconnecting([&] { socket.Disconnect(); });
+    EXPECT_TRUE(disconnecting.EndsWithin(test::kCeilingMs));
+    EXPECT_TRUE(writing.EndsWithin(test::kCeilingMs));
+    EXPECT_EQ(fcntl(pair.served, F_GETFD), -1);
+}
+
+// One that has no peer cannot be shut down, but that wakes whoever waits all the same.
+TEST_F(CSocketTest, DisconnectReleasesAWaitForDataOnSocketsOfAllStates) {
+    ConnectedPair pair;
+    const int listening = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(listen(listening, 1), 0);
+    const int fresh = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int datagrams = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    for (const int fd : {pair.served, listening, fresh, datagrams}) {
+        CSocket socket(fd);
+        Running waiting([&] { (void)socket.IsDataAvailable(0); });
+        ASSERT_TRUE(waiting.WaitUntilBlocked());
+        Running disconnecting([&] { socket.Disconnect(); });
+        EXPECT_TRUE(disconnecting.EndsWithin(test::kCeilingMs)) << fd;
+        EXPECT_TRUE(waiting.EndsWithin(test::kCeilingMs)) << fd;
+        EXPECT_EQ(fcntl(fd, F_GETFD), -1);
+    }
+}
+
+TEST_F(CSocketTest, DisconnectDoesNotWaitForWhatItCannotWake) {
+    int ends[2] = {};
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    CSocket socket(ends[0]);
+    Running waiting([&] { (void)socket.IsDataAvailable(0); });
+    ASSERT_TRUE(waiting.WaitUntilBlocked());
+    Running disconnecting([&] { socket.Disconnect(); });
+    EXPECT_TRUE(disconnecting.EndsWithin(test::kCeilingMs));
+    close(ends[1]);  // that does
+    EXPECT_TRUE(waiting.EndsWithin(test::kCeilingMs));
+}
+
+// It must not wait for a call that uses the next connection.
+TEST_F(CSocketTest, DisconnectReturnsAlsoWhenTheOtherThreadConnectsAgainAtOnce) {
+    const Listener listener;
+    CSocket socket;
+    ASSERT_TRUE(socket.Connect("127.0.0.1", listener.Port()));
+    Running reading([&] {
+        char byte = 0;
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_LT(socket.Read(&byte, 1, 0), 0);
+            EXPECT_TRUE(i == 1 || socket.Connect("127.0.0.1", listener.Port()));
+        }
+    });
+    ASSERT_TRUE(reading.WaitUntilBlocked());
+    Running disconnecting([&] { socket.Disconnect(); });
+    EXPECT_TRUE(disconnecting.EndsWithin(test::kCeilingMs));
+    EXPECT_TRUE(test::WaitUntil([&] { return socket.IsOpen(); }));
+    { const Peer first(listener.Accept()); }
+    { const Peer second(listener.Accept()); }  // ends the second connection
+    EXPECT_TRUE(reading.EndsWithin(test::kCeilingMs));
 }
 
 TEST_F(CSocketTest, InterruptNeverHitsADescriptorThatIsAnothersByNow) {

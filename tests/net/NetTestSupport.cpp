@@ -191,24 +191,6 @@ ManyDescriptors::~ManyDescriptors() {
     (void)setrlimit(RLIMIT_NOFILE, &m_impl->before);
 }
 
-NoDescriptors::NoDescriptors() : m_before(0) {
-    rlimit limit{};
-    (void)getrlimit(RLIMIT_NOFILE, &limit);
-    m_before = limit.rlim_cur;
-    // The lowest free number; all above may hold some, which stay open.
-    const int next = dup(STDERR_FILENO);
-    close(next);
-    limit.rlim_cur = static_cast<rlim_t>(next);
-    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-}
-
-NoDescriptors::~NoDescriptors() {
-    rlimit limit{};
-    (void)getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = static_cast<rlim_t>(m_before);
-    (void)setrlimit(RLIMIT_NOFILE, &limit);
-}
-
 Running::Running(std::function<void()> body)
     : m_thread([this, run = std::move(body)] {
           m_tid = static_cast<int>(syscall(SYS_gettid));

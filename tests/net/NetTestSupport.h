@@ -14,6 +14,7 @@
 
 #include "kpl/os/CEvent.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/NoDescriptors.h"
 
 namespace kpl::test {
 
@@ -105,18 +106,6 @@ private:
     struct Impl;
     std::unique_ptr<Impl> m_impl;
     bool m_done = false;
-};
-
-// Leaves the process no descriptor for its lifetime, but those that exist.
-class NoDescriptors {
-public:
-    NoDescriptors();
-    ~NoDescriptors();
-    NoDescriptors(const NoDescriptors&) = delete;
-    NoDescriptors& operator=(const NoDescriptors&) = delete;
-
-private:
-    uint64_t m_before;
 };
 
 // Runs a function on a thread of its own, whose end can be waited for; the destructor waits.

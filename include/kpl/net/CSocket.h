@@ -8,7 +8,7 @@
 namespace kpl::net {
 
 // Owns the descriptor of one TCP connection over IPv4; the destructor closes it.
-// One thread at a time, but for IsOpen and Interrupt.
+// One thread at a time, but for IsOpen, Interrupt and Disconnect.
 //
 // Results of Read, Write and SetOption:
 //   n >= 0  bytes moved; 0 for SetOption
@@ -32,7 +32,10 @@ public:
     // the system does. False on failure and for a null `host`.
     bool Connect(const char* host, int port);
 
-    // Shuts the connection down and closes the descriptor. Nothing happens without one.
+    // Shuts the connection down and closes the descriptor. Nothing happens without one. Any thread,
+    // as long as the object lives: a Read, Write or IsDataAvailable that another thread waits in
+    // returns first, so that none of them ever meets another's socket under the number. But not
+    // while another thread is in Connect, which Interrupt ends.
     void Disconnect();
 
     // Receives once, at most `len` bytes. `flags` are recv's. Waits while there is nothing to read.
@@ -70,7 +73,10 @@ public:
     void Interrupt();
 
 private:
-    std::atomic<int> m_fd;  // -1: no socket
+    class Use;
+
+    std::atomic<int> m_fd;        // -1: no socket
+    std::atomic<int> m_users{0};  // calls that may be using it
 };
 
 }  // namespace kpl::net

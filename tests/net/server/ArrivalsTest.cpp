@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/NoDescriptors.h"
 #include "tests/support/Stopwatch.h"
 
 namespace kpl::net::server {
@@ -144,6 +145,38 @@ TEST(ArrivalsTest, TicksComeUpToFourTimesAsSlowlyWhileSomethingArrives) {
         ms = ShortestBusyTickMs();
     }
     EXPECT_GE(ms, 3.5);
+}
+
+// Also not the one that it could have had.
+TEST(ArrivalsTest, WithoutDescriptorsItIsNotUsableAndKeepsNone) {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the sanitizer's check of virtual calls needs a descriptor of its own";
+#endif
+    for (const int left : {0, 1}) {
+        const int spare = dup(STDERR_FILENO);
+        const Pipe pipe;
+        const test::NoDescriptors none;
+        if (left == 1) {
+            close(spare);
+        }
+        const Arrivals arrivals(kNever);
+        EXPECT_FALSE(arrivals.IsUsable());
+        EXPECT_FALSE(arrivals.Watch(pipe.Reader(), 7));
+        const int next = dup(STDERR_FILENO);
+        EXPECT_EQ(next, left == 1 ? spare : -1);
+        close(left == 1 ? next : spare);
+    }
+}
+
+// As by somebody who closes a number once too often.
+TEST(ArrivalsTest, OneWhoseDescriptorIsClosedSaysSo) {
+    const int number = dup(STDERR_FILENO);
+    close(number);
+    Arrivals arrivals(kNever);
+    const auto ignore = [](uint64_t, short) {};
+    EXPECT_TRUE(arrivals.Take(false, ignore));
+    close(number);
+    EXPECT_FALSE(arrivals.Take(true, ignore));
 }
 
 TEST(ArrivalsTest, AWaitIsEndedFromOutside) {

@@ -247,6 +247,24 @@ TEST_F(CSocketServerExTest, TheObserverMayLookAtASocketWhosePeerHasGone) {
     server.StopServer();
 }
 
+// Then there is nothing to wait for.
+TEST_F(CSocketServerExTest, AWaitForDataThatBeganWhileTheOnlyConnectionWasHeldSeesItLater) {
+    os::CEvent goOn(false);
+    Observer observer;
+    observer.goOn = &goOn;
+    LineServer server(&m_script);
+    ASSERT_TRUE(server.StartServer());
+    server.SetObserver(&observer);
+    Peer peer = Peer::ConnectTo(server.GetListeningPort());
+    ASSERT_TRUE(WaitUntil([&] { return observer.accepted == 1; }));
+    Running checking([&] { (void)m_script.lastThread.load()->CheckIfDataAvailable(0); });
+    EXPECT_FALSE(checking.EndsWithin(50));
+    goOn.Set();
+    peer.Close();
+    EXPECT_TRUE(checking.EndsWithin(test::kCeilingMs));
+    server.StopServer();
+}
+
 TEST_F(CSocketServerExTest, OthersAreServedWhileTheObserverLooksAtAClient) {
     os::CEvent goOn(false);
     Observer observer;

@@ -41,7 +41,8 @@ public:
     virtual void AfterStopAllThreads();
 
     // Hands a connection to a thread. True: `socket` belongs to it now. False for a negative `fd`,
-    // a null `socket`, or when a factory gave nothing; `socket` stays the caller's. Any thread.
+    // a null `socket`, or when a factory gave nothing; `socket` stays the caller's. Any thread but
+    // a server thread: a StopAllThreads that waits for that one keeps Dispatch waiting.
     bool Dispatch(int fd, CSocket* socket);
 
     // Ends all connections and threads: waits for requests that are being executed. The manager can
