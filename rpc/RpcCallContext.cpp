@@ -10,7 +10,6 @@ RpcClient::CallContext::CallContext()
       m_muxer(new RpcCommandMuxer(m_buffer, kMaxCommandSize)),
       m_demuxer(new RpcCommandDemuxer(m_buffer, kMaxCommandSize)),
       m_resultEvent(new os::CEvent(false)),
-      m_doneEvent(new os::CEvent(false)),
       m_early(new char[kMaxCommandSize]) {}
 
 RpcClient::CallContext::~CallContext() {
@@ -20,15 +19,12 @@ RpcClient::CallContext::~CallContext() {
     delete[] m_early;
     m_resultEvent->Set();
     delete m_resultEvent;
-    m_doneEvent->Set();
-    delete m_doneEvent;
     tools::DumpDbgMsg("RpcClient::CallContext::~CallContext(): ...\n");
 }
 
 void RpcClient::CallContext::Detach() {
     m_detached = true;
     m_resultEvent->Set();
-    m_doneEvent->Set();
 }
 
 }  // namespace kpl::rpc

@@ -71,7 +71,6 @@ void RpcClient::RunCallback(RpcCommandDemuxer* command) {
 }
 
 RpcClient::CallbackListPtr RpcClient::FindCallbacks(unsigned int id) {
-    os::CAutoLock lock(&m_stateLock);
     const auto found = m_callbackMap.find(id);
     return found == m_callbackMap.end() ? nullptr : found->second;
 }
@@ -79,23 +78,20 @@ RpcClient::CallbackListPtr RpcClient::FindCallbacks(unsigned int id) {
 // A callback can be here before its call's Invoke has registered the list: then that is waited for.
 // The wait ends with the call, or when the connection ends. Null if there is no list after all.
 RpcClient::CallbackListPtr RpcClient::AwaitCallbacks(unsigned int id) {
-    CallbackListPtr list = FindCallbacks(id);
-    if (list != nullptr) {
-        return list;
-    }
     ContextPtr context;
     {
         os::CAutoLock lock(&m_stateLock);
+        const CallbackListPtr list = FindCallbacks(id);
+        if (list != nullptr) {
+            return list;
+        }
         context = FindContext(id);
     }
     ForceDumpDbgMsg(
         "RpcClient::CallbackHandler::Execute(): ????? Cannot find callback list! ID(%d), "
         "Context(%p)\n",
         static_cast<int>(id), static_cast<void*>(context.get()));
-    if (context != nullptr) {
-        context->m_doneEvent->Wait(-1);
-    }
-    list = FindCallbacks(id);
+    const CallbackListPtr list = AwaitEnd(id);
     if (list == nullptr) {
         ForceDumpDbgMsg(
             "RpcClient::CallbackHandler::Execute(): ????? Cannot find callback list! ID(%d). Skip "
@@ -103,6 +99,36 @@ RpcClient::CallbackListPtr RpcClient::AwaitCallbacks(unsigned int id) {
             static_cast<int>(id));
     }
     return list;
+}
+
+// What the call's Invoke has registered, once that has finished.
+RpcClient::CallbackListPtr RpcClient::AwaitEnd(unsigned int id) {
+    for (;;) {
+        {
+            os::CAutoLock lock(&m_stateLock);
+            const CallbackListPtr list = FindCallbacks(id);
+            if (list != nullptr || !IsUnderWay(id)) {
+                return list;
+            }
+            m_callbackThreadWaits = true;
+            m_callEnded.Reset();
+        }
+        m_callEnded.Wait(-1);
+    }
+}
+
+// In flight, that is: with a reference of its own on the streamer.
+bool RpcClient::IsUnderWay(unsigned int id) {
+    const ContextPtr context = FindContext(id);
+    return context != nullptr && context->m_streamer != nullptr;
+}
+
+// After whatever may have ended a call.
+void RpcClient::WakeCallbackThread() {
+    if (m_callbackThreadWaits) {
+        m_callbackThreadWaits = false;
+        m_callEnded.Set();
+    }
 }
 
 }  // namespace kpl::rpc

@@ -21,20 +21,21 @@
 //   a disconnecter    for m_lock; then for the reader's end and for the last writer's end.
 //   the reader        for the receive turn, while callers receive; in the streamer's read, at
 //                     most a second at a time; at its end for a caller that still receives.
-//   the callbacks'    for the next one; for the done event of the call that a callback belongs to;
-//   thread            and wherever the user's function waits.
+//   the callbacks'    for the next one; for the end of the call that a callback belongs to; and
+//   thread            wherever the user's function waits.
 //
 // Locks: m_lock, then m_stateLock. m_lock makes one Connect or Disconnect run at a time and is held
 // while they wait; no caller, and neither thread of the client, ever takes it. m_stateLock is held
 // for a few instructions and for no wait. The user's functions run without any lock.
 //
 // Ending a connection (ReleaseLocked): who may be waiting is woken first (EndWaits: a blocked read
-// and write through the streamer's Interrupt, each call through its events, the reader through
-// m_stop and the end of receiving), then waited for (the reader by joining it, which itself waits
-// for a caller that receives; the writer by taking the write turn); only then are the references on
-// the streamer dropped, ours last, which closes the FIFOs. A call whose context was detached finds
-// its reference already taken and does not touch the streamer. A callback that runs is not waited
-// for: it may be the one that disconnects. What it uses is shared-owned.
+// and write through the streamer's Interrupt, each call through its event, the reader through
+// m_stop and the end of receiving, the callbacks' thread through m_callEnded), then waited for (the
+// reader by joining it, which itself waits for a caller that receives; the writer by taking the
+// write turn); only then are the references on the streamer dropped, ours last, which closes the
+// FIFOs. A call whose context was detached finds its reference already taken and does not touch the
+// streamer. A callback that runs is not waited for: it may be the one that disconnects. What it
+// uses is shared-owned.
 //
 // A reference on the streamer belongs to: the IPC client (two), the connection (m_holdsStreamer),
 // and each call in flight (CallContext::m_streamer).
@@ -55,6 +56,7 @@ RpcClient::RpcClient()
 
 RpcClient::~RpcClient() {
     DumpDbgMsg("RpcClient::~RpcClient(): ...\n");
+    RequestRelease();  // for good: a callback that runs cannot connect again
     Disconnect();
     delete m_callbackHandler;
     delete m_lock;
@@ -100,7 +102,11 @@ bool RpcClient::ConnectLocked(const char* serverName, void* param, long timeoutM
 
 bool RpcClient::ConnectIpc(const char* serverName, void* param, long timeoutMs) {
     ipc::IpcClient* const ipcClient = ipc::IpcClientFactory::GetInstance()->Create(0);
-    if (ipcClient == nullptr || !BeginConnect(ipcClient)) {
+    if (ipcClient == nullptr) {
+        return false;
+    }
+    if (!BeginConnect(ipcClient)) {
+        ipc::IpcClientFactory::GetInstance()->Destroy(ipcClient);
         return false;
     }
     // Only the client over FIFOs knows a time limit; another kind waits as it does.
@@ -118,9 +124,12 @@ bool RpcClient::ConnectIpc(const char* serverName, void* param, long timeoutMs) 
 // waiting.
 bool RpcClient::BeginConnect(ipc::IpcClient* ipcClient) {
     os::CAutoLock lock(&m_stateLock);
+    if (m_releaseRequests > 0) {
+        return false;
+    }
     m_ipcClient = ipcClient;
     m_isConnecting = true;
-    return m_releaseRequests == 0;
+    return true;
 }
 
 // Name and streamer stay stored even if the streamer cannot be opened: a further Connect under that
@@ -128,6 +137,7 @@ bool RpcClient::BeginConnect(ipc::IpcClient* ipcClient) {
 bool RpcClient::OpenStreamer(const char* serverName, ipc::IpcStreamer* streamer) {
     os::CAutoLock lock(&m_stateLock);
     m_serverName = strdup(serverName);
+    m_isBroken = false;  // before the first call can break it
     m_streamer = streamer;
     m_pipe = dynamic_cast<ipc::IpcStreamerPipeImpl*>(streamer);
     m_holdsStreamer = streamer != nullptr && streamer->Open();
@@ -135,7 +145,6 @@ bool RpcClient::OpenStreamer(const char* serverName, ipc::IpcStreamer* streamer)
 }
 
 bool RpcClient::StartReader() {
-    m_isBroken = false;
     m_readerStarted.Reset();
     m_reader = new os::CThread(&RpcClient::ThreadProc, this);
     if (!m_reader->Run(0)) {
@@ -225,6 +234,7 @@ void RpcClient::EndWaits() {
     for (const auto& entry : m_callContexts) {
         entry.second->Detach();
     }
+    WakeCallbackThread();
 }
 
 // The references of the calls in flight, which those calls will not give back any more.
@@ -247,15 +257,24 @@ void RpcClient::TakeCached(Released* released) {
     for (const auto& entry : released->contexts) {
         entry.second->Detach();
     }
+    WakeCallbackThread();
 }
 
+// One in flight is detached and stays known, until its thread's next use: who ends the connection
+// has to find its reference on the streamer.
 void RpcClient::RemoveAllCachedCallContext() {
     Released released;
     os::CAutoLock lock(&m_stateLock);
-    released.contexts.swap(m_callContexts);
-    for (const auto& entry : released.contexts) {
-        entry.second->Detach();
+    for (auto entry = m_callContexts.begin(); entry != m_callContexts.end();) {
+        entry->second->Detach();
+        if (entry->second->m_streamer == nullptr) {
+            released.contexts.insert(*entry);
+            entry = m_callContexts.erase(entry);
+        } else {
+            ++entry;
+        }
     }
+    WakeCallbackThread();
 }
 
 void RpcClient::RemoveAllCachedCallbackFunctions() {

@@ -141,7 +141,7 @@ RpcClient::ContextPtr RpcClient::FindContext(unsigned int id) {
         const CallContext& context = *entry.second;
         const bool hasCalled = context.m_state != CallContext::State::Fresh &&
                                context.m_state != CallContext::State::Abandoned;
-        if (hasCalled && context.m_id == id) {
+        if (hasCalled && !context.m_detached && context.m_id == id) {
             return entry.second;
         }
     }
@@ -156,7 +156,9 @@ bool RpcClient::Invoke(const char* functionName, long timeoutMs) {
     const ContextPtr context = FindOwnContext();
     if (!IsConnected() || functionName == nullptr || functionName[0] == '\0') {
         if (context != nullptr && context->m_detached) {
-            context->m_muxer->Reset();  // It went with the connection that it was begun for.
+            // It went with the connection that it was begun for.
+            context->m_muxer->Reset();
+            context->m_proxies.clear();
         }
         return false;
     }
@@ -218,7 +220,6 @@ int RpcClient::PrepareCall(CallContext* context, const char* functionName, bool 
     context->m_state = CallContext::State::Writing;
     context->m_earlySize = 0;
     context->m_resultEvent->Reset();
-    context->m_doneEvent->Reset();
     return size;
 }
 
@@ -351,7 +352,7 @@ bool RpcClient::EndCall(CallContext* context, const CallbackListPtr& callbacks) 
         } else if (callbacks != nullptr) {
             StoreCallbacks(static_cast<unsigned int>(context->m_id), callbacks);
         }
-        context->m_doneEvent->Set();
+        WakeCallbackThread();
         context->m_mustWake = false;
         hasAnswered = context->m_hasTurn && FindAnswered() != nullptr;
         next = GiveTurn(context);

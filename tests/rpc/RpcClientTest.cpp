@@ -94,6 +94,16 @@ protected:
         return id;
     }
 
+    // What is logged when a callback begins to wait for the end of its call, which is under way.
+    std::string WaitingLine(unsigned int id) {
+        char line[160];
+        snprintf(line, sizeof(line),
+                 "RpcClient::CallbackHandler::Execute(): ????? Cannot find callback list! ID(%u), "
+                 "Context(%p)\n",
+                 id, static_cast<void*>(client->GetCallContext(id)));
+        return line;
+    }
+
     std::unique_ptr<ScriptedServer> server = std::make_unique<ScriptedServer>("Script");
     std::unique_ptr<RpcClient> client = std::make_unique<RpcClient>();
 };
@@ -620,6 +630,22 @@ TEST_F(ConnectedRpcClientTest, RemoveAllCachedCallContextEndsTheCallsInFlight) {
     EXPECT_EQ(result.get(), 4);
 }
 
+TEST_F(ConnectedRpcClientTest, DisconnectFindsTheConnectionOfACallThatWasForgottenToo) {
+    for (int round = 0; round < 200 && !HasFailure(); ++round) {
+        auto first = InvokeElsewhere("Wait", 1);
+        (void)server->ReadId();
+        auto second = InvokeElsewhere("Wait", 2);  // waits while the first one receives
+        (void)server->ReadId();
+        client->RemoveAllCachedCallContext();
+        client->Disconnect();
+        EXPECT_EQ(m_directory.Entries(), std::vector<std::string>{"ScriptRoot"});
+        EXPECT_EQ(first.get(), -1);
+        EXPECT_EQ(second.get(), -1);
+        ASSERT_TRUE(client->Connect("Script", nullptr));
+        ASSERT_TRUE(server->AwaitClient());
+    }
+}
+
 TEST_F(ConnectedRpcClientTest, AContextLogsItsEnd) {
     client->GetCallContext();
     kpl::tools::EnableDumpLog(true, false);
@@ -685,16 +711,32 @@ TEST_F(ConnectedRpcClientTest, ACallbackThatComesBeforeItsResultWaitsUntilTheInv
     });
     const unsigned int id = server->ReadId();
     ASSERT_TRUE(server->Write(CallbackBytes(id, 0, 5)));
-    char line[160];
-    snprintf(line, sizeof(line),
-             "RpcClient::CallbackHandler::Execute(): ????? Cannot find callback list! ID(%u), "
-             "Context(%p)\n",
-             id, static_cast<void*>(client->GetCallContext(id)));
-    ASSERT_TRUE(m_log.WaitFor(line));  // It waits now.
+    ASSERT_TRUE(m_log.WaitFor(WaitingLine(id)));
     EXPECT_FALSE(recorder.called.Wait(0));
     ASSERT_TRUE(server->Write(ResultBytes(id, 0)));
     EXPECT_TRUE(done.get());
     EXPECT_TRUE(recorder.Await(1));
+}
+
+TEST_F(ConnectedRpcClientTest, AWaitingCallbackSeesTheEndOfItsCallAlsoIfTheNextOneFollowsAtOnce) {
+    constexpr size_t kRounds = 50;
+    Recorder recorder;
+    std::thread caller([&] {
+        for (size_t call = 0; call < 2 * kRounds && !HasFailure(); ++call) {
+            EXPECT_TRUE(client->GetCommandMuxer()->Push(recorder.Context()));
+            EXPECT_TRUE(client->Invoke("Watch"));
+        }
+    });
+    for (size_t round = 1; round <= kRounds && !HasFailure(); ++round) {
+        const unsigned int id = server->ReadId();
+        EXPECT_TRUE(server->Write(CallbackBytes(id, 0, 5)));
+        EXPECT_TRUE(m_log.WaitFor(WaitingLine(id)));
+        EXPECT_TRUE(server->Write(ResultBytes(id, 0)));
+        const unsigned int next = server->ReadId();
+        EXPECT_TRUE(recorder.Await(round)) << "it waits for the end of call " << next;
+        EXPECT_TRUE(server->Write(ResultBytes(next, 0)));
+    }
+    caller.join();
 }
 
 TEST_F(ConnectedRpcClientTest, DisconnectReleasesACallbackThatWaitsForItsInvoke) {
@@ -776,6 +818,29 @@ TEST_F(ConnectedRpcClientTest, ACallbackMayDisconnect) {
     ASSERT_TRUE(server->Write(CallbackBytes(id, 0, 1)));
     EXPECT_TRUE(leaver.done.Wait(10000));
     EXPECT_EQ(server->ReadCommand(), "");
+}
+
+// Connects from inside a callback, when the connection has ended meanwhile.
+struct Reconnecter {
+    static void Run(void* proxy, RpcCommandDemuxer*) {
+        auto* self = static_cast<Reconnecter*>(proxy);
+        self->inside.Set();
+        EXPECT_TRUE(WaitUntil([&] { return !self->client->IsAlive(); }));
+        self->connected = self->client->Connect("Script", nullptr);
+    }
+
+    RpcClient* client;
+    CEvent inside{false};
+    std::atomic<bool> connected{false};
+};
+
+TEST_F(ConnectedRpcClientTest, ACallbackCannotConnectAClientThatIsBeingDeleted) {
+    Reconnecter reconnecter{client.get()};
+    const unsigned int id = CallWithCallbacks(RpcCallbackContext(&reconnecter, &Reconnecter::Run));
+    ASSERT_TRUE(server->Write(CallbackBytes(id, 0, 1)));
+    ASSERT_TRUE(reconnecter.inside.Wait(10000));
+    client.reset();
+    EXPECT_FALSE(reconnecter.connected);
 }
 
 TEST_F(ConnectedRpcClientTest, WhatIsKeptForACallLivesUntilTheConnectionEnds) {

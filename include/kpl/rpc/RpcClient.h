@@ -77,7 +77,6 @@ public:
         unsigned long m_id = 0;
         std::string m_functionName;
         os::CEvent* m_resultEvent;  // the call has an answer, or must look why it has none
-        os::CEvent* m_doneEvent;    // Invoke has finished and registered the call's callbacks
 
         // Guarded by the client's state lock.
         State m_state = State::Fresh;
@@ -107,7 +106,8 @@ public:
     // and does not answer. Any thread.
     bool Connect(const char* serverName, void* param);
 
-    // Connect that gives up after `timeoutMs` milliseconds; negative waits without limit.
+    // Connect that gives up after `timeoutMs` milliseconds; negative waits without limit. They
+    // begin when another thread's Connect or Disconnect has ended.
     bool Connect(const char* serverName, void* param, long timeoutMs);
 
     // Ends the connection: every waiting Invoke and Connect returns false, and when it returns no
@@ -238,8 +238,11 @@ private:
 
     // The callback thread.
     void RunCallback(RpcCommandDemuxer* command);
-    CallbackListPtr FindCallbacks(unsigned int id);
+    CallbackListPtr FindCallbacks(unsigned int id) KPL_REQUIRES(m_stateLock);
     CallbackListPtr AwaitCallbacks(unsigned int id);
+    CallbackListPtr AwaitEnd(unsigned int id);
+    bool IsUnderWay(unsigned int id) KPL_REQUIRES(m_stateLock);
+    void WakeCallbackThread() KPL_REQUIRES(m_stateLock);
 
     char* m_serverName KPL_GUARDED_BY(m_stateLock) = nullptr;
     ipc::IpcStreamer* m_streamer KPL_GUARDED_BY(m_stateLock) = nullptr;
@@ -272,6 +275,9 @@ private:
     unsigned int m_seenTurnRequests KPL_GUARDED_BY(m_stateLock) = 0;  // when the reader last looked
     os::CEvent m_readerWakes{false};
     os::CEvent m_turnGiven{false};  // after the end of receiving: nobody has the turn
+
+    bool m_callbackThreadWaits KPL_GUARDED_BY(m_stateLock) = false;  // until a call has ended
+    os::CEvent m_callEnded{false};  // reset by the callback thread alone: it misses no end
 
     const std::shared_ptr<ClientTag> m_tag;
 };
