@@ -1,7 +1,10 @@
 #include "tests/support/RawConnection.h"
 
+#include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 namespace kpl::test {
@@ -91,8 +94,20 @@ bool ReadAll(int fd, void* data, size_t size) {
     return true;
 }
 
+// Where the reader has gone it fails, and does not end the process of the tests.
 bool WriteAll(int fd, const void* data, size_t size) {
-    return write(fd, data, size) == static_cast<ssize_t>(size);
+    sigset_t brokenPipe;
+    sigset_t before;
+    sigemptyset(&brokenPipe);
+    sigaddset(&brokenPipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &brokenPipe, &before);
+    const ssize_t written = write(fd, data, size);
+    if (written == -1 && errno == EPIPE) {
+        const timespec noWait{};
+        sigtimedwait(&brokenPipe, nullptr, &noWait);
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return written == static_cast<ssize_t>(size);
 }
 
 bool WriteWord(int fd, uint32_t value) {
