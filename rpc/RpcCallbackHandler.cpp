@@ -81,7 +81,7 @@ RpcClient::CallbackListPtr RpcClient::AwaitCallbacks(unsigned int id) {
     ContextPtr context;
     {
         os::CAutoLock lock(&m_stateLock);
-        const CallbackListPtr list = FindCallbacks(id);
+        CallbackListPtr list = FindCallbacks(id);
         if (list != nullptr) {
             return list;
         }
@@ -91,7 +91,7 @@ RpcClient::CallbackListPtr RpcClient::AwaitCallbacks(unsigned int id) {
         "RpcClient::CallbackHandler::Execute(): ????? Cannot find callback list! ID(%d), "
         "Context(%p)\n",
         static_cast<int>(id), static_cast<void*>(context.get()));
-    const CallbackListPtr list = AwaitEnd(id);
+    CallbackListPtr list = AwaitEnd(id);
     if (list == nullptr) {
         ForceDumpDbgMsg(
             "RpcClient::CallbackHandler::Execute(): ????? Cannot find callback list! ID(%d). Skip "
@@ -106,7 +106,7 @@ RpcClient::CallbackListPtr RpcClient::AwaitEnd(unsigned int id) {
     for (;;) {
         {
             os::CAutoLock lock(&m_stateLock);
-            const CallbackListPtr list = FindCallbacks(id);
+            CallbackListPtr list = FindCallbacks(id);
             if (list != nullptr || !IsUnderWay(id)) {
                 return list;
             }
