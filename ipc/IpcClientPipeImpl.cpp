@@ -68,17 +68,29 @@ bool IpcClientPipeImpl::Connect(const char* serverName, void*, long timeoutMs) {
     if (!GetPipeServerRootPath(serverName, rootPath, kPathSize) || !PathsFit(serverName)) {
         return false;
     }
+    Outcome outcome = Outcome::IdInUse;
+    while (outcome == Outcome::IdInUse) {
+        outcome = ConnectOnce(serverName, rootPath, deadline);
+    }
+    return outcome == Outcome::Connected;
+}
+
+// Under an id that is drawn anew.
+IpcClientPipeImpl::Outcome IpcClientPipeImpl::ConnectOnce(const char* serverName,
+                                                          const char* rootPath,
+                                                          const os::Deadline& deadline) {
     DumpDbgMsg("IpcClientPipeImpl::Connect(): Open root pipe=%s\n", rootPath);
-    const int rootDescriptor = OpenFifoForWriting(rootPath, WaitLimit(m_breaker.get(), timeoutMs));
+    const int rootDescriptor =
+        OpenFifoForWriting(rootPath, WaitLimit(m_breaker.get(), deadline.LeftMs()));
     if (rootDescriptor == -1) {
-        return false;
+        return Outcome::Failed;
     }
     const int id = DrawConnectionId();
     // The second number is the calling thread, not the id again.
     DumpDbgMsg("IpcClientPipeImpl::Connect(): ID=%d(0x%x)\n", id,
                static_cast<unsigned>(pthread_self()));
     const bool announced = Announce(rootDescriptor, id, deadline.LeftMs());
-    return announced && OpenConnection(serverName, id, deadline.LeftMs());
+    return announced ? OpenConnection(serverName, id, deadline.LeftMs()) : Outcome::Failed;
 }
 
 // Closes the descriptor in any case.
@@ -91,7 +103,8 @@ bool IpcClientPipeImpl::Announce(int rootDescriptor, int id, long timeoutMs) {
     return written == static_cast<int>(sizeof(message));
 }
 
-bool IpcClientPipeImpl::OpenConnection(const char* serverName, int id, long timeoutMs) {
+IpcClientPipeImpl::Outcome IpcClientPipeImpl::OpenConnection(const char* serverName, int id,
+                                                             long timeoutMs) {
     auto* streamer =
         static_cast<IpcStreamerPipeImpl*>(IpcStreamerPipeImpl::Create(serverName, id, false));
     {
@@ -103,16 +116,21 @@ bool IpcClientPipeImpl::OpenConnection(const char* serverName, int id, long time
     }
     DumpDbgMsg("IpcClientPipeImpl::Connect(): Open Connection...\n");
     const bool opened = streamer->OpenWithin(timeoutMs);
-    if (!EndOpening() || !opened) {
+    const bool goesOn = EndOpening();
+    if (goesOn && streamer->IsAnothers()) {
+        streamer->Close();
+        return Outcome::IdInUse;
+    }
+    if (!goesOn || !opened) {
         tools::ForceDumpDbgMsg("IpcClientPipeImpl::Connect(): ??????? Open Connection failed\n");
         if (opened) {
             streamer->Close();
         }
         streamer->Close();
-        return false;
+        return Outcome::Failed;
     }
     m_streamer = streamer;
-    return true;
+    return Outcome::Connected;
 }
 
 // False when the connect was cancelled: one that comes later finds nothing to cancel any more.

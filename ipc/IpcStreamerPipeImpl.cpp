@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <string.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include "ipc/Breaker.h"
@@ -67,6 +68,7 @@ bool IpcStreamerPipeImpl::DoOpen() {
 bool IpcStreamerPipeImpl::OpenDescriptors() {
     CloseDescriptor(&m_writeDescriptor);
     CloseDescriptor(&m_readDescriptor);
+    m_isAnothers = false;
     if (m_openCancelled || m_breaker->IsBroken()) {
         return false;
     }
@@ -90,14 +92,28 @@ bool IpcStreamerPipeImpl::OpenDescriptors() {
             m_writeDescriptor = OpenFifoForWriting(m_writePath, limit);
         }
     }
-    return IsOpened();
+    return IsOpened() && (m_isServer || Claim());
+}
+
+// Ids are drawn at random, each process from a sequence of its own: two clients can draw the same.
+// Then both find the FIFOs and the server's end, but only one can lock the FIFO that it reads. The
+// other one must leave everything as it is.
+bool IpcStreamerPipeImpl::Claim() {
+    m_isAnothers = flock(m_readDescriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    if (m_isAnothers) {
+        CloseDescriptor(&m_writeDescriptor);
+        CloseDescriptor(&m_readDescriptor);
+    }
+    return !m_isAnothers;
 }
 
 void IpcStreamerPipeImpl::DoClose() {
     CloseDescriptor(&m_writeDescriptor);
     CloseDescriptor(&m_readDescriptor);
-    unlink(m_readPath);
-    unlink(m_writePath);
+    if (!m_isAnothers) {
+        unlink(m_readPath);
+        unlink(m_writePath);
+    }
     DumpDbgMsg("IpcStreamerPipeImpl::DoClose(): (%s)(%s)\n", m_readPath, m_writePath);
     delete this;
 }

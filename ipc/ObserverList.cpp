@@ -21,8 +21,9 @@ void ObserverList::Remove(IpcServerObserver* observer) {
             m_observers.erase(found);
         }
     }
-    while (IsCalledElsewhere(observer)) {
-        m_callEnded.Wait(-1);
+    os::CEvent callEnded(false);
+    while (IsCalledElsewhere(observer, &callEnded)) {
+        callEnded.Wait(-1);
     }
 }
 
@@ -50,16 +51,21 @@ void ObserverList::EndCall(IpcServerObserver* observer) {
         return call.observer == observer && pthread_equal(call.thread, pthread_self()) != 0;
     });
     m_calls.erase(ended);
-    m_callEnded.Set();
+    for (os::CEvent* callEnded : m_removers) {
+        callEnded->Set();
+    }
 }
 
-bool ObserverList::IsCalledElsewhere(IpcServerObserver* observer) {
+bool ObserverList::IsCalledElsewhere(IpcServerObserver* observer, os::CEvent* callEnded) {
     os::CAutoLock lock(&m_lock);
     const bool called = std::any_of(m_calls.begin(), m_calls.end(), [&](const RunningCall& call) {
         return call.observer == observer && pthread_equal(call.thread, pthread_self()) == 0;
     });
+    m_removers.erase(std::remove(m_removers.begin(), m_removers.end(), callEnded),
+                     m_removers.end());
     if (called) {
-        m_callEnded.Reset();
+        callEnded->Reset();
+        m_removers.push_back(callEnded);
     }
     return called;
 }

@@ -14,8 +14,8 @@ namespace kpl::ipc {
 // The observers of a server, in the order of registration.
 //
 // Observers are called without the lock, so that they may register, unregister and stop things.
-// Remove waits for a call of that observer that runs on another thread: `callEnded` is set at the
-// end of every call, and every remover that waits looks again. Any thread.
+// Remove waits for a call of that observer that runs on another thread: at the end of every call
+// the event of every remover that waits is set, and it looks again. Any thread.
 class ObserverList {
 public:
     bool Add(IpcServerObserver* observer);
@@ -48,13 +48,13 @@ private:
     bool BeginCall(IpcServerObserver* observer);
     void EndCall(IpcServerObserver* observer);
     bool Contains(IpcServerObserver* observer) const KPL_REQUIRES(m_lock);
-    // True if another thread is inside `observer`; then the event is reset and will be set.
-    bool IsCalledElsewhere(IpcServerObserver* observer);
+    // True if another thread is inside `observer`; then the event, the caller's own, will be set.
+    bool IsCalledElsewhere(IpcServerObserver* observer, os::CEvent* callEnded);
 
     os::CCritSec m_lock;
     std::vector<IpcServerObserver*> m_observers KPL_GUARDED_BY(m_lock);
     std::vector<RunningCall> m_calls KPL_GUARDED_BY(m_lock);
-    os::CEvent m_callEnded{false};
+    std::vector<os::CEvent*> m_removers KPL_GUARDED_BY(m_lock);  // that wait
 };
 
 }  // namespace kpl::ipc

@@ -51,6 +51,7 @@ RpcClient::RpcClient()
       m_writeTurn(new WriteTurn),
       m_received(new CommandBuffer),
       m_tag(new ClientTag) {
+    (void)ipc::IpcClientFactory::GetInstance();  // a static client must not outlive it
     ForceDumpDbgMsg("RpcClient::RpcClient(): Framework %s\n", "Revision: 735647");
 }
 

@@ -7,6 +7,7 @@
 #include "kpl/ipc/IpcServerPipeImpl.h"
 #include "kpl/ipc/IpcStreamerPipeImpl.h"
 #include "kpl/os/CCritSec.h"
+#include "kpl/rpc/RpcExecutorManager.h"
 #include "kpl/tools/CommandProcessor.h"
 #include "kpl/tools/DebugLog.h"
 #include "os/Deadline.h"
@@ -103,6 +104,7 @@ bool RpcServer::PrivateImpl::Stop() {
     }
     const bool stopped = m_server->Stop();  // calls ServerClosed, which ends the connections
     m_server.reset();
+    Refuse();
     return stopped;
 }
 
@@ -217,7 +219,9 @@ int RpcServer::PrivateImpl::Count() const {
         }));
 }
 
-RpcServer::RpcServer() : m_impl(new PrivateImpl) {}
+RpcServer::RpcServer() : m_impl(new PrivateImpl) {
+    (void)RpcExecutorManager::GetInstance();  // a static server must not outlive it
+}
 
 RpcServer::~RpcServer() {
     (void)Stop();
@@ -252,8 +256,10 @@ bool RpcServer::ClientAccepted(ipc::IpcStreamer* streamer) {
     return pipe != nullptr && m_impl->Accept(pipe);
 }
 
+// Registered with the next server of that name it has to serve again, and hears of no start.
 void RpcServer::ServerClosed() {
     m_impl->EndConnections();
+    m_impl->Admit();
 }
 
 }  // namespace kpl::rpc

@@ -27,11 +27,12 @@ bool WriteTurn::Take(const os::Deadline& deadline) {
         ++m_waiters;
         m_free.Reset();
     }
-    while (m_free.Wait(deadline.LeftMs())) {
-        if (TryTake()) {
+    // A wait can end early: when the system's clock is set.
+    do {
+        if (m_free.Wait(deadline.LeftMs()) && TryTake()) {
             return true;
         }
-    }
+    } while (!deadline.IsOver());
     os::CAutoLock lock(&m_lock);
     --m_waiters;
     return false;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tests/ipc/IpcTestSupport.h"
+#include "tests/support/Process.h"
 
 namespace {
 
@@ -103,6 +104,41 @@ TEST_F(ObserverListTest, RemoveWaitsForACallOnAnotherThreadAndOnlyForItsOwnObser
     leave.Set();
     remover.Join();
     caller.join();
+}
+
+TEST_F(ObserverListTest, ARemoverDoesNotWaitForTheCallThatAnotherRemoverWaitsFor) {
+    for (int round = 0; round < 100 && !HasFailure(); ++round) {
+        m_list.Add(&m_a);
+        m_list.Add(&m_b);
+        kpl::os::CEvent insideA(false);
+        kpl::os::CEvent leaveA(false);
+        std::atomic<bool> insideB{false};
+        kpl::os::CEvent leaveB(false);
+        std::thread caller([&] {
+            m_list.ForEach([&](IpcServerObserver* observer) {
+                (observer == &m_a ? insideA.Set() : void(insideB = true));
+                (observer == &m_a ? leaveA : leaveB).Wait(-1);
+                return true;
+            });
+        });
+        insideA.Wait(-1);
+        std::atomic<bool> removedA{false};
+        std::thread first([&] {
+            m_list.Remove(&m_a);
+            removedA = true;
+        });
+        std::thread second([&] {
+            while (!insideB) {  // at once then, before the first one has run again
+            }
+            m_list.Remove(&m_b);
+        });
+        leaveA.Set();
+        EXPECT_TRUE(kpl::test::WaitUntil([&] { return removedA.load(); }));
+        leaveB.Set();
+        caller.join();
+        first.join();
+        second.join();
+    }
 }
 
 TEST_F(ObserverListTest, TwoRemoversOfOneObserverBothWaitAndBothReturn) {

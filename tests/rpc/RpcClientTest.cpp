@@ -2,10 +2,12 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <future>
 #include <memory>
@@ -17,6 +19,7 @@
 #include "kpl/tools/DebugLog.h"
 #include "tests/ipc/IpcTestSupport.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/OwnProgram.h"
 #include "tests/support/Process.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/Stopwatch.h"
@@ -128,6 +131,35 @@ struct Recorder {
     std::vector<int> values;
     CEvent called{false};
 };
+
+// What it uses of the process is destroyed after it.
+TEST(RpcClientExitTest, AStaticClientDisconnectsWhenItsProcessEnds) {
+    if (!kpl::test::RunsInFreshProcess()) {
+        return;
+    }
+    const TempDir directory;
+    kpl::ipc::SetPipeRootPath(directory.c_str());
+    int pipes[2];
+    ASSERT_EQ(pipe(pipes), 0);
+    kpl::test::ChildProcess child([&]() -> int {
+        dup2(pipes[1], STDERR_FILENO);
+        static RpcClient client;
+        exit(WaitUntil([&] { return client.Connect("Script", nullptr, 10000); }) ? 0 : 1);
+    });
+    close(pipes[1]);
+    {
+        ScriptedServer server("Script");
+        EXPECT_TRUE(server.AwaitClient());
+        EXPECT_EQ(child.Wait(), 0);
+    }
+    std::string messages(4096, '\0');
+    messages.resize(static_cast<size_t>(
+        std::max<ssize_t>(0, read(pipes[0], messages.data(), messages.size()))));
+    close(pipes[0]);
+    EXPECT_EQ(messages.find("?????"), std::string::npos) << messages;
+    EXPECT_EQ(messages.find("leak"), std::string::npos) << messages;
+    EXPECT_TRUE(directory.Entries().empty());
+}
 
 // --- Connecting ---
 

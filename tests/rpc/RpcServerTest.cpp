@@ -14,6 +14,7 @@
 #include <string>
 #include <thread>
 
+#include "kpl/ipc/IpcClientPipeImpl.h"
 #include "kpl/ipc/IpcServerManager.h"
 #include "kpl/ipc/PipePath.h"
 #include "kpl/os/CEvent.h"
@@ -377,6 +378,11 @@ TEST_F(RpcServerTest, ServesAsAnObserverOfAServerThatTheRegistryRuns) {
     EXPECT_TRUE(manager->StopServer("S"));
     EXPECT_EQ(server.GetConnectionCount(), 0);
     EXPECT_TRUE(WaitUntil([&] { return !client.IsAlive(); }));
+    // And of the next one of that name.
+    ASSERT_TRUE(manager->StartServer("S", 0, nullptr));
+    ASSERT_TRUE(manager->RegisterObserver("S", &server));
+    EXPECT_TRUE(Serves());
+    EXPECT_TRUE(manager->StopServer("S"));
 }
 
 TEST_F(RpcServerTest, RefusesClientsAfterStopUntilTheNextStart) {
@@ -388,6 +394,30 @@ TEST_F(RpcServerTest, RefusesClientsAfterStopUntilTheNextStart) {
     EXPECT_FALSE(client.Connect("S", nullptr, 200));
     EXPECT_EQ(server.GetConnectionCount(), 0);
     EXPECT_TRUE(manager->StopServer("S"));
+}
+
+// As in two processes that have seeded their sequences in the same millisecond.
+TEST_F(RpcServerTest, ClientsThatDrawTheSameIdGetAConnectionEach) {
+    StartServer();
+    { const kpl::ipc::IpcClientPipeImpl seedsTheSequence; }
+    RpcClient first;
+    RpcClient second;
+    for (RpcClient* client : {&first, &second}) {
+        srand48(7);
+        ASSERT_TRUE(client->Connect("S", nullptr, 10000));
+    }
+    EXPECT_TRUE(WaitUntil([&] { return server.GetConnectionCount() == 2; }));
+    std::thread other([&] {
+        for (int i = 0; i < 1000; ++i) {
+            EXPECT_EQ(Call<int>(second, "Add", i, 1), i + 1);
+        }
+    });
+    for (int i = 0; i < 1000; ++i) {
+        EXPECT_EQ(Call<int>(first, "Add", i, 2), i + 2);
+    }
+    other.join();
+    second.Disconnect();
+    EXPECT_EQ(Call<int>(first, "Add", 3, 2), 5);
 }
 
 TEST_F(RpcServerTest, StreamersOfAnotherKindAreRefused) {

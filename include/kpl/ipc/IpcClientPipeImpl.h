@@ -7,13 +7,18 @@
 #include "kpl/ipc/IpcClient.h"
 #include "kpl/os/CCritSec.h"
 
+namespace kpl::os {
+class Deadline;
+}  // namespace kpl::os
+
 namespace kpl::ipc {
 
 class Breaker;
 class IpcStreamerPipeImpl;
 
 // The client over FIFOs: it announces itself with a random connection id on the server's Root FIFO
-// and then meets the server on the two FIFOs of that connection.
+// and then meets the server on the two FIFOs of that connection. It draws another id when the
+// connection turns out to be another client's.
 class KPL_EXPORT IpcClientPipeImpl : public IpcClient {
 public:
     IpcClientPipeImpl();
@@ -35,8 +40,11 @@ public:
     void CancelConnect();
 
 private:
+    enum class Outcome { Connected, Failed, IdInUse };
+
+    Outcome ConnectOnce(const char* serverName, const char* rootPath, const os::Deadline& deadline);
     bool Announce(int rootDescriptor, int id, long timeoutMs);
-    bool OpenConnection(const char* serverName, int id, long timeoutMs);
+    Outcome OpenConnection(const char* serverName, int id, long timeoutMs);
     bool EndOpening();
 
     IpcStreamer* m_streamer;

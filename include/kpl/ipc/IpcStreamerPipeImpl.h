@@ -54,6 +54,10 @@ public:
     // Whether the other side has begun to open too. Any thread that holds a reference.
     bool HasMetPeer() const { return m_hasMetPeer; }
 
+    // Whether a client's Open has failed because the connection is another client's, who has drawn
+    // the same id: nothing of it was touched. The thread that opens.
+    bool IsAnothers() const { return m_isAnothers; }
+
     // Of the connection, as given to Create. Any thread that holds a reference.
     int GetId() const { return m_id; }
     const char* GetServerName() const { return m_serverName.c_str(); }
@@ -61,6 +65,7 @@ public:
 private:
     IpcStreamerPipeImpl(const char* name, int id, bool isServer);
     bool OpenDescriptors();
+    bool Claim();
     int ReadWithin(char* buf, int len, const timespec* wait);
 
     const bool m_isServer;
@@ -75,6 +80,7 @@ private:
     const std::unique_ptr<Breaker> m_breaker;
     std::atomic<bool> m_openCancelled;
     std::atomic<bool> m_hasMetPeer{false};
+    bool m_isAnothers = false;
 };
 
 }  // namespace kpl::ipc

@@ -33,7 +33,8 @@ public:
     // Only where the caller keeps the event alive until this has returned.
     void SetKept();
 
-    // From now on waits wait; a waiter that Set has woken returns all the same.
+    // From now on waits wait. A waiter that Set has woken, but that has not run yet, goes on
+    // waiting too: only who waits himself may reset, or a Set can be missed.
     void Reset();
 
     // Returns true if the event is set. Waits at most `timeoutMs` milliseconds for that; 0 only

@@ -19,12 +19,12 @@ public:
     TimerObject(const TimerObject&) = delete;
     TimerObject& operator=(const TimerObject&) = delete;
 
-    // Stops an earlier run and starts anew. Ticks are numbered from 1; `count` below 1 means no
-    // limit; with `callAtStart` tick 1 comes at once. `intervalMs` above 2147483647 is a wait that
-    // only Stop ends. `stackSize` is in bytes, 0 for the default. Returns false only for a null
-    // callback, and then changes nothing. It returns once the thread runs: where no thread can be
-    // created, it does not return.
-    // Controlling thread, never the callback.
+    // Stops an earlier run and starts anew. Ticks are numbered from 1; `count` below 1 means
+    // 4294967295 of them, and the callback sees those above 2147483647 as negative; with
+    // `callAtStart` tick 1 comes at once. `intervalMs` above 2147483647 is a wait that only Stop
+    // ends. `stackSize` is in bytes, 0 for the default. Returns false only for a null callback, and
+    // then changes nothing. It returns once the thread runs: where no thread can be created, it
+    // does not return. Controlling thread, never the callback.
     bool Start(unsigned int intervalMs, void (*callback)(void* arg, int tick), void* arg, int count,
                bool callAtStart, int stackSize);
 
