@@ -58,6 +58,16 @@ FILE* OpenLocal(const char* path) {
     return file;
 }
 
+// A signal may end the wait for the bytes of a FIFO; that is not their end.
+size_t ReadLocal(FILE* file, unsigned char* buffer, size_t size) {
+    size_t count = fread(buffer, 1, size, file);
+    while (count < size && ferror(file) != 0 && errno == EINTR) {
+        clearerr(file);
+        count += fread(buffer + count, 1, size - count, file);
+    }
+    return count;
+}
+
 // A number that is cut would be another place, so it is refused instead.
 int SeekRemote(IHttpClient* client, long long offset, int whence) {
     if (offset < INT_MIN || offset > INT_MAX || whence < SEEK_SET || whence > SEEK_END) {
@@ -117,7 +127,7 @@ int CFile::Read(unsigned char* buffer, unsigned int size) {
     if (IsRemote()) {
         return AsClient(m_stream)->Read(reinterpret_cast<char*>(buffer), static_cast<int>(count));
     }
-    return buffer != nullptr ? static_cast<int>(fread(buffer, 1, count, AsFile(m_stream))) : 0;
+    return buffer != nullptr ? static_cast<int>(ReadLocal(AsFile(m_stream), buffer, count)) : 0;
 }
 
 int CFile::Seek(long long offset, int whence) {

@@ -23,6 +23,13 @@ in_addr AddressOf(const sockaddr& address) {
     return v4.sin_addr;
 }
 
+// Not inet_ntoa: its text is one for all threads in some C libraries.
+std::string TextOf(const in_addr& address) {
+    char text[INET_ADDRSTRLEN] = {};
+    inet_ntop(AF_INET, &address, text, sizeof(text));
+    return text;
+}
+
 // The first interface's address that is not loopback; else the last one seen.
 bool FirstAddress(int fd, std::string& ip) {
     ifreq records[kMaxInterfaces];
@@ -52,8 +59,10 @@ bool FirstAddress(int fd, std::string& ip) {
 }  // namespace
 
 bool GetIpByName(const char* host, const char* service, std::string& ip) {
+    // First, because `ip` may be the string of the host.
+    const std::string hostName(host != nullptr ? host : "");
     ip.clear();
-    if (host == nullptr || host[0] == '\0' || service == nullptr || service[0] == '\0') {
+    if (hostName.empty() || service == nullptr || service[0] == '\0') {
         return false;
     }
     addrinfo hints{};
@@ -61,14 +70,14 @@ bool GetIpByName(const char* host, const char* service, std::string& ip) {
     hints.ai_socktype = SOCK_STREAM;
     hints.ai_protocol = IPPROTO_TCP;
     addrinfo* results = nullptr;
-    if (getaddrinfo(host, service, &hints, &results) != 0) {
+    if (getaddrinfo(hostName.c_str(), service, &hints, &results) != 0) {
         return false;
     }
     for (const addrinfo* result = results; result != nullptr; result = result->ai_next) {
         if (result->ai_addr == nullptr) {
             continue;
         }
-        ip = inet_ntoa(AddressOf(*result->ai_addr));
+        ip = TextOf(AddressOf(*result->ai_addr));
         if (ip != kLoopback) {
             break;
         }
@@ -88,7 +97,7 @@ bool GetIpByName(const std::string& host, std::string& ip) {
     for (char** address = entry->h_addr_list; *address != nullptr; ++address) {
         in_addr v4{};
         memcpy(&v4, *address, sizeof(v4));
-        ip = inet_ntoa(v4);
+        ip = TextOf(v4);
         if (ip != kLoopback) {
             return true;
         }

@@ -3,8 +3,10 @@
 #include <limits.h>
 #include <string.h>
 
+#include <memory>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "kpl/io/CFile.h"
 #include "kpl/tools/DebugLog.h"
@@ -50,6 +52,8 @@ bool LineParser::SetContent(const char* text, unsigned int length) {
     if (text == nullptr || length == 0) {
         return false;
     }
+    // Until it is copied, the text may be a line in the buffer.
+    const std::unique_ptr<char[]> oldBuffer(std::exchange(m_buffer, nullptr));
     ReleaseBuffer();
     if (!AllocateBuffer(length)) {
         return false;

@@ -3,6 +3,9 @@
 #include <limits.h>
 #include <string.h>
 
+#include <memory>
+#include <new>
+
 #include "kpl/rpc/RpcCommandFormat.h"
 
 namespace {
@@ -30,18 +33,55 @@ uint32_t ItemsWord(const EpgData* items) {
     return low == 0 && items != nullptr ? 1 : low;
 }
 
-// Adds the record's texts with their terminators to `size`; false if one is lost.
-bool AddTextSizes(const EpgData& record, int64_t* size) {
-    for (const EpgText& text : record.text) {
-        const char* characters = text;
-        if (characters != nullptr) {
-            *size += static_cast<int64_t>(strlen(characters)) + 1;
-        } else if (text.IsLost()) {
-            return false;
+// How long the block of a list is, and whether a record or text of it lies, in part, where the
+// block is to be written: in the `len` bytes of `buf`.
+class Survey {
+public:
+    Survey(const EpgDataList& list, const char* buf, int len)
+        : m_buf(reinterpret_cast<uintptr_t>(buf)),
+          m_len(static_cast<uintptr_t>(len)),
+          m_size(kHeaderSize + int64_t{kRecordSize} * list.count) {
+        if (!HasRecords(list)) {
+            return;
+        }
+        Note(list.items, static_cast<size_t>(list.count) * kRecordSize);
+        for (int i = 0; i < list.count; ++i) {
+            for (const EpgText& text : list.items[i].text) {
+                Add(text);
+            }
         }
     }
-    return true;
-}
+
+    // 0 if a text is lost or the sum is outside the range of int.
+    int Size() const {
+        return m_lost || m_size < INT_MIN || m_size > INT_MAX ? 0 : static_cast<int>(m_size);
+    }
+
+    bool IsInTheWay() const { return m_inTheWay; }
+
+private:
+    void Add(const EpgText& text) {
+        const char* characters = text;
+        if (characters != nullptr) {
+            const size_t size = strlen(characters) + 1;
+            m_size += static_cast<int64_t>(size);
+            Note(characters, size);
+        } else if (text.IsLost()) {
+            m_lost = true;
+        }
+    }
+
+    void Note(const void* data, size_t size) {
+        const auto start = reinterpret_cast<uintptr_t>(data);
+        m_inTheWay = m_inTheWay || start - m_buf < m_len || m_buf - start < size;
+    }
+
+    const uintptr_t m_buf;
+    const uintptr_t m_len;
+    int64_t m_size;
+    bool m_lost = false;
+    bool m_inTheWay = false;
+};
 
 char* WriteTexts(const EpgData& record, char* to) {
     for (const EpgText& text : record.text) {
@@ -53,6 +93,19 @@ char* WriteTexts(const EpgData& record, char* to) {
         }
     }
     return to;
+}
+
+void WriteBlock(const EpgDataList& list, char* buf) {
+    StoreInt(buf, list.count);
+    StoreWord(buf + kItemsOffset, ItemsWord(list.items));
+    if (HasRecords(list)) {
+        const size_t recordBytes = static_cast<size_t>(list.count) * kRecordSize;
+        memcpy(buf + kHeaderSize, list.items, recordBytes);
+        char* texts = buf + kHeaderSize + recordBytes;
+        for (int i = 0; i < list.count; ++i) {
+            texts = WriteTexts(list.items[i], texts);
+        }
+    }
 }
 
 // Reads the texts of a block one after the other and puts their addresses into the records.
@@ -99,35 +152,31 @@ private:
 }  // namespace
 
 int GetSizeEpgDataList::GetSize(const EpgDataList& list) {
-    int64_t size = kHeaderSize + int64_t{kRecordSize} * list.count;
-    if (HasRecords(list)) {
-        for (int i = 0; i < list.count; ++i) {
-            if (!AddTextSizes(list.items[i], &size)) {
-                return 0;
-            }
-        }
-    }
-    return size < INT_MIN || size > INT_MAX ? 0 : static_cast<int>(size);
+    return Survey(list, nullptr, 0).Size();
 }
 
 int ConvertEpgDataList::ConvertToBytes(EpgDataList& list, char* buf, int len) {
-    if (buf == nullptr || list.count < 0) {
+    if (buf == nullptr || len < 0 || list.count < 0) {
         return 0;
     }
-    const int size = GetSizeEpgDataList::GetSize(list);
+    const Survey survey(list, buf, len);
+    const int size = survey.Size();
     if (size == 0 || len < size) {
         return 0;
     }
-    StoreInt(buf, list.count);
-    StoreWord(buf + kItemsOffset, ItemsWord(list.items));
-    if (HasRecords(list)) {
-        const size_t recordBytes = static_cast<size_t>(list.count) * kRecordSize;
-        memcpy(buf + kHeaderSize, list.items, recordBytes);
-        char* texts = buf + kHeaderSize + recordBytes;
-        for (int i = 0; i < list.count; ++i) {
-            texts = WriteTexts(list.items[i], texts);
-        }
+    if (!survey.IsInTheWay()) {
+        WriteBlock(list, buf);
+        return size;
     }
+    // A received list, in the buffer that is used again: it is read whole before anything of it is
+    // overwritten.
+    const auto bytes = static_cast<size_t>(size);
+    const std::unique_ptr<char[]> block(new (std::nothrow) char[bytes]);
+    if (block == nullptr) {
+        return 0;
+    }
+    WriteBlock(list, block.get());
+    memcpy(buf, block.get(), bytes);
     return size;
 }
 

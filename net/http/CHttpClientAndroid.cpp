@@ -206,6 +206,7 @@ bool CHttpClientAndroid::Open(const char* url) {
     if (IsEmpty(url)) {
         return false;
     }
+    const std::string ownUrl(url);  // it may be a text of this client's, which closing clears
     if (m_object != nullptr) {
         Close();  // before attaching: it ends with detaching this thread
     }
@@ -216,7 +217,8 @@ bool CHttpClientAndroid::Open(const char* url) {
     }
     jmethodID method = FindMethod(
         env, m_class, "Open", "(Ljava/lang/String;Ljava/lang/Object;)Lcom/kapelo/net/CHttpClient;");
-    const Local<jstring> javaUrl(env, method != nullptr ? env->NewStringUTF(url) : nullptr);
+    const Local<jstring> javaUrl(env,
+                                 method != nullptr ? env->NewStringUTF(ownUrl.c_str()) : nullptr);
     if (javaUrl.Get() == nullptr) {
         return false;
     }

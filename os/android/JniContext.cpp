@@ -47,15 +47,52 @@ jint Attach(JavaVM* vm, jint (JavaVM::*attach)(Env**, void*), JNIEnv** result) {
     return status;
 }
 
+// Java looks up no class while an exception is pending, and may end the process if it is asked to.
+// This one holds back those that are pending; at its end the first of them is pending again.
+class HeldException {
+public:
+    explicit HeldException(JNIEnv* env) : m_env(env) {}
+
+    ~HeldException() {
+        Hold();
+        if (m_first != nullptr) {
+            m_env->Throw(m_first);
+            m_env->DeleteLocalRef(m_first);
+        }
+    }
+
+    HeldException(const HeldException&) = delete;
+    HeldException& operator=(const HeldException&) = delete;
+
+    void Hold() {
+        jthrowable pending = m_env->ExceptionOccurred();
+        if (pending == nullptr) {
+            return;
+        }
+        m_env->ExceptionClear();
+        if (m_first == nullptr) {
+            m_first = pending;
+        } else {
+            m_env->DeleteLocalRef(pending);
+        }
+    }
+
+private:
+    JNIEnv* const m_env;
+    jthrowable m_first = nullptr;
+};
+
 }  // namespace
 
 struct JniContext::PrivateImpl {
     bool IsInitialisingThread() const { return pthread_equal(thread, pthread_self()) != 0; }
 
     void LoadClasses(const std::vector<std::string>& names) {
+        HeldException exception(env);
         for (const std::string& name : names) {
             jclass& cls = classes[name];
             if (cls == nullptr) {
+                exception.Hold();
                 cls = LoadJavaClass(env, name);
             }
         }

@@ -3,18 +3,24 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <limits.h>
+#include <pthread.h>
+#include <signal.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
 
 #include "tests/support/LogCapture.h"
 #include "tests/support/Process.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/ThreadState.h"
 
 namespace {
 
@@ -22,6 +28,8 @@ using kpl::io::CFile;
 using kpl::test::LogCapture;
 using kpl::test::OpenDescriptorCount;
 using kpl::test::TempDir;
+using kpl::test::WaitUntil;
+using kpl::test::WaitUntilAsleep;
 
 // A local file with these bytes.
 class CFileTest : public testing::Test {
@@ -273,6 +281,55 @@ TEST_F(CFileTest, WhatHasNoSizeHasSizeMinusOne) {
     EXPECT_EQ("c", Read(&file, 1));
     close(ends[0]);
     close(ends[1]);
+}
+
+// A handler that does not restart system calls, for SIGUSR1, as long as it exists.
+class Interruption {
+public:
+    Interruption() {
+        Count() = 0;
+        struct sigaction action {};
+        action.sa_handler = [](int) { ++Count(); };
+        sigaction(SIGUSR1, &action, &m_before);
+    }
+    ~Interruption() { sigaction(SIGUSR1, &m_before, nullptr); }
+    Interruption(const Interruption&) = delete;
+    Interruption& operator=(const Interruption&) = delete;
+
+    static std::atomic<int>& Count() {
+        static std::atomic<int> count{0};
+        return count;
+    }
+
+private:
+    struct sigaction m_before {};
+};
+
+TEST_F(CFileTest, ASignalDoesNotEndTheReadOfAFifo) {
+    const Interruption interruption;
+    const std::string path = m_directory.Path() + "/fifo";
+    ASSERT_EQ(0, mkfifo(path.c_str(), 0600));
+    const int writer = open(path.c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(3, write(writer, "abc", 3));
+    std::atomic<int> tid{0};
+    std::atomic<bool> ended{false};
+    std::string text;
+    std::thread reader([&] {
+        tid = static_cast<int>(syscall(SYS_gettid));
+        CFile file;
+        EXPECT_TRUE(file.Open(path.c_str()));
+        text = Read(&file, 6);
+        ended = true;
+    });
+    for (int i = 1; i <= 2; ++i) {
+        EXPECT_TRUE(WaitUntilAsleep(tid, [&] { return ended.load(); }));
+        pthread_kill(reader.native_handle(), SIGUSR1);
+        EXPECT_TRUE(WaitUntil([&] { return Interruption::Count() == i || ended; }));
+    }
+    EXPECT_EQ(3, write(writer, "def", 3));
+    reader.join();
+    close(writer);
+    EXPECT_EQ("abcdef", text);
 }
 
 TEST_F(CFileTest, ANullBufferReadsNothing) {

@@ -89,6 +89,8 @@ TEST(GetIpByNameTest, TheResultMayBeTheStringOfTheHost) {
     std::string both = "192.0.2.7";
     EXPECT_TRUE(GetIpByName(both, both));
     EXPECT_EQ(both, "192.0.2.7");
+    EXPECT_TRUE(GetIpByName(both.c_str(), "80", both));
+    EXPECT_EQ(both, "192.0.2.7");
 }
 
 TEST(GetLocalIPTest, IsTheFirstAddressThatIsNotLoopback) {

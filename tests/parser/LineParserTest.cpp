@@ -126,6 +126,15 @@ TEST(LineParserTest, SetContentReplacesAndCopies) {
     EXPECT_EQ(nullptr, parser[0]);
 }
 
+TEST(LineParserTest, ALineMayBeTheNextContent) {
+    LineParser parser;
+    const std::string line(1000, 'x');
+    const std::string text = "a\n" + line;
+    EXPECT_TRUE(parser.SetContent(text.data(), static_cast<unsigned int>(text.size())));
+    EXPECT_TRUE(parser.SetContent(parser[1], static_cast<unsigned int>(line.size())));
+    EXPECT_THAT(LinesOf(&parser), ElementsAre(line));
+}
+
 TEST(LineParserTest, ParseAddsToTheLinesAndSplitsInPlace) {
     LineParser parser;
     char first[] = "a\r\nb\n";

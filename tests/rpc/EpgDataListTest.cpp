@@ -310,6 +310,73 @@ TEST(EpgDataListTest, PushWritesTheSameBytesAsConvert) {
     EXPECT_EQ(Finished(muxer), Command(10002, 1, 1, Param(51, Converted({1, &record}))));
 }
 
+// Three records with texts, each from a storage that the test chooses.
+void FillRecords(EpgData* records, const char* text) {
+    for (uint32_t i = 0; i < 3; ++i) {
+        records[i] = Record(10 * i);
+        records[i].head[0] = 0x41414141;  // no word of a text
+        records[i].text[0] = text;
+        records[i].text[2] = text + i;
+    }
+}
+
+TEST(EpgDataListTest, AReceivedListCanBePushedIntoTheBufferItLiesIn) {
+    EpgData records[3];
+    FillRecords(records, "Evening News");
+    char buf[512];
+    RpcCommandMuxer request(buf, sizeof(buf));
+    ASSERT_TRUE(request.Push(EpgDataList{3, records}));
+    const int size = request.Finish(RPC_COMMAND_RESULT, nullptr, 1);
+    ASSERT_GT(size, 0);
+    const auto received = RpcCommandDemuxer(buf, size).Get<EpgDataList>(0);
+    ASSERT_EQ(received.count, 3);
+
+    RpcCommandMuxer answer(buf, sizeof(buf));
+    ASSERT_TRUE(answer.Push(7) && answer.Push(received));
+    const int answerSize = answer.Finish(RPC_COMMAND_RESULT, nullptr, 2);
+    const RpcCommandDemuxer demuxer(buf, answerSize);
+    ASSERT_TRUE(demuxer.IsValidCommand());
+    EXPECT_EQ(demuxer.Get<int>(0), 7);
+    const auto list = demuxer.Get<EpgDataList>(1);
+    ASSERT_EQ(list.count, 3);
+    for (uint32_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(list.items[i].head[0], 0x41414141U);
+        EXPECT_EQ(list.items[i].tail[5], 10 * i + 7);
+        EXPECT_STREQ(list.items[i].text[0], "Evening News");
+        EXPECT_STREQ(list.items[i].text[1], nullptr);
+        EXPECT_STREQ(list.items[i].text[2], &"Evening News"[i]);
+    }
+}
+
+TEST(EpgDataListTest, TextsAndRecordsMayLieAnywhereInTheBlocksPlace) {
+    EpgData records[3];
+    const std::string text = "Evening News";
+    FillRecords(records, text.c_str());
+    const EpgDataList list{3, records};
+    const int size = GetSizeEpgDataList::GetSize(list);
+    std::string expected = Converted(list).substr(8 + 3 * 48);  // the texts
+    for (int at = -12; at <= size; ++at) {
+        char buf[512] = {};
+        char* const block = buf + 16;
+        memcpy(block + at, text.c_str(), text.size() + 1);
+        FillRecords(records, block + at);
+        EpgDataList moved = list;
+        ASSERT_EQ(ConvertEpgDataList::ConvertToBytes(moved, block, size), size);
+        EXPECT_EQ(Bytes(block, static_cast<size_t>(size)).substr(8 + 3 * 48), expected) << at;
+        EXPECT_EQ(Bytes(block + 8, 3 * 48), Bytes(records, sizeof(records))) << at;
+    }
+    FillRecords(records, text.c_str());
+    expected = Bytes(records, sizeof(records)) + expected;
+    for (int at = -12; at <= size; ++at) {
+        char buf[1024] = {};
+        char* const block = buf + 16;
+        memcpy(block + at, records, sizeof(records));
+        EpgDataList moved{3, reinterpret_cast<EpgData*>(block + at)};
+        ASSERT_EQ(ConvertEpgDataList::ConvertToBytes(moved, block, size), size);
+        EXPECT_EQ(Bytes(block + 8, static_cast<size_t>(size) - 8), expected) << at;
+    }
+}
+
 TEST(EpgDataListTest, ASecondGetOfTheSameParameterGivesTheSameList) {
     const ExactBytes bytes(
         CommandWith(Words({1, 1}) + WireRecord(5, 0, 5, 0) + Text("News") + Text("HD")));

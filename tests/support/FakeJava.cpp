@@ -27,6 +27,7 @@ struct FakeJava::Method {
 struct FakeJava::Env : JNIEnv_ {
     FakeJava* java;
     bool attached;
+    std::shared_ptr<Object> exception;  // the one that is pending
 };
 
 struct FakeJava::Machine : JavaVM_ {
@@ -99,12 +100,46 @@ struct FakeCalls {
         Env* env = Of(jni);
         std::lock_guard<std::mutex> lock(env->java->m_mutex);
         env->java->Record("FindClass(" + std::string(name) + ")");
-        if (env->java->missingClasses.count(name) > 0) {
-            return nullptr;
+        if (env->exception != nullptr) {
+            env->java->m_mistakes.emplace_back(std::string(name) +
+                                               " looked up while an exception was pending");
         }
         auto object = std::make_shared<FakeJava::Object>();
         object->description = name;
+        if (env->java->missingClasses.count(name) > 0) {
+            object->description = "NoClassDefFoundError " + object->description;
+            env->exception = object;
+            return nullptr;
+        }
         return static_cast<jclass>(env->java->NewReference(env, object, false));
+    }
+
+    // Only a look, and not recorded.
+    static jthrowable ExceptionOccurred(JNIEnv* jni) {
+        Env* env = Of(jni);
+        std::lock_guard<std::mutex> lock(env->java->m_mutex);
+        if (env->exception == nullptr) {
+            return nullptr;
+        }
+        return static_cast<jthrowable>(env->java->NewReference(env, env->exception, false));
+    }
+
+    static void ExceptionClear(JNIEnv* jni) {
+        Env* env = Of(jni);
+        std::lock_guard<std::mutex> lock(env->java->m_mutex);
+        env->java->Record("ExceptionClear()");
+        env->exception = nullptr;
+    }
+
+    static jint Throw(JNIEnv* jni, jthrowable exception) {
+        Env* env = Of(jni);
+        std::lock_guard<std::mutex> lock(env->java->m_mutex);
+        env->java->Record("Throw(" + env->java->Describe(env, exception) + ")");
+        if (env->exception != nullptr) {
+            env->java->m_mistakes.emplace_back("thrown while an exception was pending");
+        }
+        env->exception = FakeJava::AsReference(exception)->object;
+        return JNI_OK;
     }
 
     static jobject NewGlobalRef(JNIEnv* jni, jobject local) {
@@ -281,6 +316,9 @@ struct FakeCalls {
         static const JNINativeInterface_ table = [] {
             JNINativeInterface_ functions{};
             functions.FindClass = &FindClass;
+            functions.ExceptionOccurred = &ExceptionOccurred;
+            functions.ExceptionClear = &ExceptionClear;
+            functions.Throw = &Throw;
             functions.NewGlobalRef = &NewGlobalRef;
             functions.DeleteGlobalRef = &DeleteGlobalRef;
             functions.DeleteLocalRef = &DeleteLocalRef;
@@ -345,6 +383,11 @@ int FakeJava::GlobalCount() const {
     return static_cast<int>(std::count_if(
         m_references.begin(), m_references.end(),
         [](const auto& reference) { return reference->alive && reference->owner == nullptr; }));
+}
+
+std::string FakeJava::PendingException() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_main->exception != nullptr ? m_main->exception->description : "";
 }
 
 int FakeJava::CharsCount() const {

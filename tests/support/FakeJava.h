@@ -39,6 +39,10 @@ public:
     int GlobalCount() const;
     int CharsCount() const;  // texts handed out and not released
 
+    // The exception that is pending on the main thread, as in "NoClassDefFoundError a/B"; empty for
+    // none.
+    std::string PendingException() const;
+
     // What goes wrong, and what Java returns. By name of class, method or JNI function.
     jint getEnvResult = JNI_OK;
     jint attachResult = JNI_OK;

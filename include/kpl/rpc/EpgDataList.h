@@ -61,10 +61,11 @@ struct KPL_EXPORT GetSizeEpgDataList {
 
 // A list as a block of bytes.
 struct KPL_EXPORT ConvertEpgDataList {
-    // Writes the block to `buf`, which must not overlap the records or texts, and returns its size.
-    // Returns 0 and writes nothing if `buf` is null, `len` is too small, the count is negative or
-    // GetSize gives 0. With a positive count and items null, the size is returned and only the
-    // first 8 bytes are written.
+    // Writes the block to `buf` and returns its size. Records or texts may lie in the `len` bytes
+    // of `buf`, as those of a received list do: the block is then made elsewhere, which allocates.
+    // Returns 0 and writes nothing if `buf` is null, `len` is too small, the count is negative,
+    // GetSize gives 0, or that memory cannot be had. With a positive count and items null, the size
+    // is returned and only the first 8 bytes are written.
     static int ConvertToBytes(EpgDataList& list, char* buf, int len);
 };
 

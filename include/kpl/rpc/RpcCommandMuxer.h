@@ -17,9 +17,9 @@ namespace kpl::rpc {
 class RpcArray;
 
 // Writes commands into a buffer of the caller's, one after the other: push the parameters, then
-// finish. It never allocates and never owns the buffer. A push that fails discards the whole
-// command begun so far, so the result of every push matters: a Finish after a failed push would
-// succeed with a command that lacks the parameters.
+// finish. It never owns the buffer, and allocates only to push an EpgDataList that lies in it. A
+// push that fails discards the whole command begun so far, so the result of every push matters: a
+// Finish after a failed push would succeed with a command that lacks the parameters.
 // One thread at a time.
 class KPL_EXPORT RpcCommandMuxer {
 public:

@@ -157,6 +157,21 @@ TEST_F(CHttpClientAndroidTest, OpenClosesWhatIsOpen) {
     EXPECT_EQ(java.GlobalCount(), globalsBefore + 2);
 }
 
+TEST_F(CHttpClientAndroidTest, OpenMayBeGivenATextOfTheSameClient) {
+    java.textResults = {{"GetResponseProperty", "http://h/location"},
+                        {"GetUrl", "http://h/url"},
+                        {"GetConnectedUrl", "http://h/connected"}};
+    Open();
+    EXPECT_TRUE(client->Open(client->GetResponseProperty("Location")));
+    EXPECT_TRUE(client->Open(client->GetUrl()));
+    EXPECT_TRUE(client->Open(client->GetConnectedUrl()));
+    const Calls calls = java.TakeCalls();
+    for (const char* url : {"http://h/location", "http://h/url", "http://h/connected"}) {
+        const std::string open = "CallStaticObjectMethodA(Open \"" + std::string(url) + "\" null)";
+        EXPECT_THAT(calls, testing::Contains(open));
+    }
+}
+
 TEST_F(CHttpClientAndroidTest, OpenOverAnOpenOneOnAWorkerThreadWorksOnALivingEnvironment) {
     std::thread([&] {
         EXPECT_TRUE(client->Open("http://h/x"));

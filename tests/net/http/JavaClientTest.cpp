@@ -1,7 +1,13 @@
 // The client with a real Java machine and real servers.
+#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <thread>
@@ -25,6 +31,7 @@ using kpl::test::ExpectSame;
 using kpl::test::JavaClass;
 using kpl::test::JavaMachine;
 using kpl::test::JdkServer;
+using kpl::test::kCeilingMs;
 using kpl::test::LogCapture;
 using kpl::test::MakeContent;
 using kpl::test::NginxServer;
@@ -376,6 +383,79 @@ TEST_F(JavaClientTest, ABodyThatEndsEarlyIsAnErrorAndNoEnd) {
 }
 
 // Several clients and threads.
+
+// Answers one request, with this status and what follows it, and then waits for the client to
+// leave. No connection is to be kept, so that Java does not wait for the rest of an answer.
+class OneAnswer {
+public:
+    explicit OneAnswer(std::string answer)
+        : m_answer("HTTP/1.1 " + answer.insert(answer.find('\n') + 1, "Connection: close\r\n")),
+          m_listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        m_address.sin_family = AF_INET;
+        m_address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof(m_address);
+        auto* generic = reinterpret_cast<sockaddr*>(&m_address);
+        EXPECT_EQ(bind(m_listener, generic, size), 0);
+        EXPECT_EQ(listen(m_listener, 1), 0);
+        EXPECT_EQ(getsockname(m_listener, generic, &size), 0);
+        m_thread = std::thread([this] { Serve(); });
+    }
+    ~OneAnswer() {
+        m_thread.join();
+        close(m_listener);
+        EXPECT_TRUE(m_left) << "the client keeps the connection";
+    }
+    OneAnswer(const OneAnswer&) = delete;
+    OneAnswer& operator=(const OneAnswer&) = delete;
+
+    std::string Url() const {
+        return "http://127.0.0.1:" + std::to_string(ntohs(m_address.sin_port)) + "/x";
+    }
+
+private:
+    static bool IsReadable(int fd) {
+        pollfd poller{fd, POLLIN, 0};
+        return poll(&poller, 1, kCeilingMs) == 1;
+    }
+
+    void Serve() {
+        const int fd = IsReadable(m_listener) ? accept(m_listener, nullptr, nullptr) : -1;
+        char bytes[4096];
+        std::string request;
+        ssize_t count = 1;
+        while (count > 0 && request.find("\r\n\r\n") == std::string::npos) {
+            count = IsReadable(fd) ? recv(fd, bytes, sizeof(bytes), 0) : 0;
+            request.append(bytes, count > 0 ? static_cast<size_t>(count) : 0);
+        }
+        send(fd, m_answer.data(), m_answer.size(), MSG_NOSIGNAL);
+        // The end, or a reset where bytes of the answer were not read.
+        m_left = IsReadable(fd) && recv(fd, bytes, sizeof(bytes), 0) <= 0;
+        close(fd);
+    }
+
+    const std::string m_answer;
+    const int m_listener;
+    sockaddr_in m_address{};
+    std::atomic<bool> m_left{false};
+    std::thread m_thread;
+};
+
+TEST_F(JavaClientTest, AChunkOfANegativeSizeIsAnErrorAndThrowsNothing) {
+    OneAnswer server("200 OK\r\nTransfer-Encoding: chunked\r\n\r\n-5\r\nhello\r\n");
+    CHttpClient client;
+    ASSERT_TRUE(client.Open(server.Url().c_str()));
+    EXPECT_EQ(client.GetResposnseCode(), 200);
+    char byte = 0;
+    EXPECT_EQ(client.Read(&byte, 1), -1);
+    EXPECT_EQ(client.Read(&byte, 1), -1);
+}
+
+TEST_F(JavaClientTest, ARedirectToNoUrlGetsNoAnswerAndEndsTheConnection) {
+    OneAnswer server("302 Found\r\nLocation: foo:bar\r\nContent-Length: 100000\r\n\r\nhello");
+    CHttpClient client;
+    EXPECT_TRUE(client.Open(server.Url().c_str()));
+    EXPECT_EQ(client.GetResposnseCode(), 0);
+}
 
 TEST_F(JavaClientTest, TwoClientsAtOnceDoNotDisturbEachOther) {
     const std::string content = MakeContent(700000);

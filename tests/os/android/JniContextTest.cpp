@@ -102,6 +102,29 @@ TEST_F(JniContextTest, AClassThatIsNotFoundIsNullAndTheOthersAreLoaded) {
     EXPECT_EQ(log.Count("LoadJavaClass(): ????????? Cannot find class a/A\n"), 1);
 }
 
+TEST_F(JniContextTest, TheExceptionOfTheFirstMissingClassIsLeftPending) {
+    java.missingClasses = {"a/A", "c/C", "e/E"};
+    Initialize({"a/A", "b/B", "c/C", "d/D", "e/E"});
+    EXPECT_NE(Context().GetJavaClass("b/B"), nullptr);
+    EXPECT_NE(Context().GetJavaClass("d/D"), nullptr);
+    EXPECT_EQ(java.PendingException(), "NoClassDefFoundError a/A");
+    EXPECT_EQ(java.LocalCount(), 2);  // of the two classes, none of an exception
+}
+
+TEST_F(JniContextTest, AnExceptionThatWasPendingBeforeInitializeStaysPending) {
+    java.missingClasses = {"x/X", "a/A"};
+    EXPECT_EQ(LoadJavaClass(java.MainEnv(), "x/X"), nullptr);
+    Initialize({"a/A", "b/B"});
+    EXPECT_NE(Context().GetJavaClass("b/B"), nullptr);
+    EXPECT_EQ(java.PendingException(), "NoClassDefFoundError x/X");
+    EXPECT_EQ(java.LocalCount(), 1);
+}
+
+TEST_F(JniContextTest, InitializeWithoutAnyFailureThrowsNothing) {
+    Initialize({"a/A", "b/B"});
+    EXPECT_EQ(java.PendingException(), "");
+}
+
 TEST_F(JniContextTest, InitializeTwiceWithTheSameMachineLoadsNothingNew) {
     java.missingClasses = {"a/A"};
     Initialize({"a/A"});

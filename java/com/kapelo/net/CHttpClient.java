@@ -64,7 +64,7 @@ public final class CHttpClient {
     public static int GetAvailableDataLength(CHttpClient client) {
         try {
             return client != null && client.body != null ? client.body.available() : 0;
-        } catch (IOException e) {
+        } catch (IOException | RuntimeException e) {
             return 0;
         }
     }
@@ -146,9 +146,18 @@ public final class CHttpClient {
         final boolean success = responseCode >= 200 && responseCode < 300;
         length = success ? readLength(connection) : -1;
         if (success) {
-            body = connection.getInputStream();
+            body = openBody(connection);
         } else {
             connection.disconnect();
+        }
+    }
+
+    private static InputStream openBody(HttpURLConnection answer) throws IOException {
+        try {
+            return answer.getInputStream();
+        } catch (IOException | RuntimeException e) {
+            answer.disconnect();
+            throw e;
         }
     }
 
@@ -164,7 +173,7 @@ public final class CHttpClient {
             }
             // HttpURLConnection does not complain about a body that is too short.
             broken = position < length;
-        } catch (IOException e) {
+        } catch (IOException | RuntimeException e) {
             broken = true;
         }
         return broken ? -1 : 0;
@@ -274,7 +283,7 @@ public final class CHttpClient {
             } else if (connection != null) {
                 connection.disconnect();
             }
-        } catch (IOException e) {
+        } catch (IOException | RuntimeException e) {
             connection.disconnect();
         }
         connection = null;
@@ -285,16 +294,22 @@ public final class CHttpClient {
         URL current = first;
         for (int redirects = 0; redirects <= MAX_REDIRECTS; ++redirects) {
             final HttpURLConnection answer = request(current, start);
-            if (answer.getResponseCode() < 0) {
-                answer.disconnect();
-                throw new IOException("not HTTP");
+            boolean last = false;
+            try {
+                if (answer.getResponseCode() < 0) {
+                    throw new IOException("not HTTP");
+                }
+                final URL next = redirectOf(answer);
+                if (next == null) {
+                    last = true;
+                    return answer;
+                }
+                current = next;
+            } finally {
+                if (!last) {
+                    answer.disconnect();
+                }
             }
-            final URL next = redirectOf(answer);
-            if (next == null) {
-                return answer;
-            }
-            answer.disconnect();
-            current = next;
         }
         throw new IOException("too many redirects");
     }
