@@ -17,6 +17,7 @@
 //                   socket down; nothing else ends user code.
 //   AddSocket       for a new thread to set m_running, under the lock, which that does not need.
 //   Join            for the server thread, without the lock.
+//   AddSocket       for calls of other threads that use a duplicate's socket, which its end wakes.
 // The lock is held for no other wait.
 //
 // A processor is deleted by whoever takes it out of m_connections, outside the lock (but for a
